@@ -1,0 +1,13 @@
+# MERIVAK_SANITIZE=address builds everything with AddressSanitizer and
+# UndefinedBehaviorSanitizer; MERIVAK_SANITIZE=thread with ThreadSanitizer.
+if(MERIVAK_SANITIZE STREQUAL "address")
+  set(_san_flags -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+elseif(MERIVAK_SANITIZE STREQUAL "thread")
+  set(_san_flags -fsanitize=thread -fno-omit-frame-pointer)
+elseif(NOT MERIVAK_SANITIZE STREQUAL "")
+  message(FATAL_ERROR "MERIVAK_SANITIZE must be empty, 'address' or 'thread', not '${MERIVAK_SANITIZE}'")
+endif()
+if(_san_flags)
+  add_compile_options(${_san_flags})
+  add_link_options(${_san_flags})
+endif()
