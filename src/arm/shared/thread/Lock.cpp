@@ -1,0 +1,65 @@
+#include "thread/Lock.h"
+
+#include "logging/Log.h"
+#include "thread/Mutex.h"
+
+#include <cstdlib>
+
+namespace thread {
+
+namespace {
+
+constexpr unsigned DEFAULT_TIMEOUT_SECONDS = 15;
+constexpr unsigned UNLIMITED_TIMEOUT_SECONDS = 31536000;  // 365 days
+
+unsigned timeoutFromEnvironment() {
+    // Set, even to the empty value, means the process runs under a debugger.
+    return std::getenv("GDB") != nullptr ? 0 : DEFAULT_TIMEOUT_SECONDS;
+}
+
+// The stored timeout lives in a function-local static so that a caller
+// running during static initialisation, before this file's own statics,
+// still finds it taken from the environment.
+unsigned& storedTimeout() {
+    static unsigned timeout = timeoutFromEnvironment();
+    return timeout;
+}
+
+// Fixes the timeout from the environment before main runs, whether or not
+// anything asks for it earlier.
+const unsigned& g_timeoutAtStartUp = storedTimeout();
+
+}  // namespace
+
+Lock::Lock(Lockable& lockable) : m_lockable(lockable) {
+    m_lockable.lock();
+}
+
+Lock::~Lock() {
+    m_lockable.unlock();
+}
+
+Lockable& Lock::getClassLock() {
+    try {
+        static Mutex* const s_pClassLock = new Mutex(false);
+        return *s_pClassLock;
+    } catch (...) {
+        MERIVAK_LOG_ERROR("exception_logger", "Unexpected exception!");
+        std::abort();
+    }
+}
+
+unsigned Lock::setTimeout(unsigned seconds) {
+    Lock guard(getClassLock());
+    const unsigned previous = storedTimeout();
+    storedTimeout() = seconds;
+    return previous;
+}
+
+unsigned Lock::getTimeout() {
+    Lock guard(getClassLock());
+    const unsigned stored = storedTimeout();
+    return stored == 0 ? UNLIMITED_TIMEOUT_SECONDS : stored;
+}
+
+}  // namespace thread
