@@ -1,0 +1,13 @@
+#ifndef MERIVAK_THREAD_SLEEP_H
+#define MERIVAK_THREAD_SLEEP_H
+
+namespace thread {
+
+// Sleeps the calling thread for the full time, going on with the remaining
+// time whenever a signal (such as thread::Thread::interrupt) cuts the sleep
+// short. Returns 0 once the full time has passed, -1 on any other failure.
+int sleepMicroseconds(unsigned microseconds);
+
+}  // namespace thread
+
+#endif
