@@ -1,0 +1,7 @@
+#include "hal/HwAbstractionLayer.h"
+
+namespace hal {
+
+HwAbstractionLayer::~HwAbstractionLayer() = default;
+
+}  // namespace hal
