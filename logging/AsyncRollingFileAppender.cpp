@@ -1,0 +1,170 @@
+#include "logging/AsyncRollingFileAppender.h"
+
+#include "logging/LogSettings.h"
+#include "thread/TimeValue.h"
+
+#include <log4cplus/layout.h>
+
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <ostream>
+#include <utility>
+
+namespace log4cplus {
+
+AsyncRollingFileAppender::AsyncRollingFileAppender(const tstring& fileName, long rolloverSize,
+                                                   int cacheBound, int periodMs)
+    // One backup file, flush after every commit; the directory is not created.
+    : RollingFileAppender(fileName, rolloverSize, 1, true),
+      maxCacheEntries(boundedCacheEntries(cacheBound)),
+      cache(),
+      commitPeriodMs(boundedCommitPeriodMs(periodMs)),
+      formatBuffer(),
+      lostCount(0),
+      cacheMutex(),
+      commitMutex(),
+      stopMutex(),
+      stopSignal(),
+      stopRequested(false),
+      commitThreadId() {
+    // The banner is written under the commit lock: the commit thread's first
+    // commit, which may start at once, waits until the banner is complete.
+    thread::MutexGuard commitGuard(commitMutex);
+    start();
+    writeRestartBanner(fileName);
+}
+
+AsyncRollingFileAppender::~AsyncRollingFileAppender() {
+    try {
+        stop();
+        commit();
+        destructorImpl();
+    } catch (...) {
+        static const char MESSAGE[] = "Error committing cached log messages.\n";
+        std::fwrite(MESSAGE, 1, sizeof MESSAGE - 1, stderr);
+        std::abort();
+    }
+}
+
+int AsyncRollingFileAppender::boundedCacheEntries(int requested) {
+    return requested < 1 ? logging::DEFAULT_CACHE_ENTRIES : requested;
+}
+
+int AsyncRollingFileAppender::boundedCommitPeriodMs(int requested) {
+    if (requested < 0) {
+        return logging::DEFAULT_COMMIT_PERIOD_MS;
+    }
+    return requested > MAX_COMMIT_PERIOD_MS ? MAX_COMMIT_PERIOD_MS : requested;
+}
+
+void AsyncRollingFileAppender::writeRestartBanner(const tstring& fileName) {
+    out << std::endl
+        << LOG4CPLUS_TEXT("*") << std::endl
+        << LOG4CPLUS_TEXT("* Process writing to ") << fileName << LOG4CPLUS_TEXT(" was restarted")
+        << std::endl
+        << LOG4CPLUS_TEXT("*") << std::endl
+        << std::endl;
+}
+
+void AsyncRollingFileAppender::append(const spi::InternalLoggingEvent& event) {
+    formatBuffer.str(LOG4CPLUS_TEXT(""));
+    layout->formatAndAppend(formatBuffer, event);
+    tstring record = formatBuffer.str();
+
+    // A dropped record is released after the lock, to keep the critical
+    // section to the bound test and the insertion.
+    tstring dropped;
+    thread::MutexGuard cacheGuard(cacheMutex);
+    if (cache.size() >= static_cast<std::size_t>(maxCacheEntries)) {
+        ++lostCount;
+        dropped = std::move(cache.front());
+        cache.pop_front();
+    }
+    cache.push_back(std::move(record));
+}
+
+void AsyncRollingFileAppender::commit() {
+    thread::MutexGuard commitGuard(commitMutex);
+    if (!out.good()) {
+        getErrorHandler()->error(LOG4CPLUS_TEXT("file is not open: ") + filename);
+        return;
+    }
+
+    std::deque<tstring> batch;
+    unsigned long lost = 0;
+    {
+        thread::MutexGuard cacheGuard(cacheMutex);
+        batch.swap(cache);
+        lost = lostCount;
+        lostCount = 0;
+    }
+
+    // The file is written without cacheMutex: logging threads never wait
+    // for the disk.
+    if (lost != 0) {
+        out << LOG4CPLUS_TEXT("--- WARNING: Log messages overflowed the cache!")
+            << LOG4CPLUS_TEXT(" Lost ") << lost << LOG4CPLUS_TEXT(" messages")
+            << LOG4CPLUS_TEXT(" before the next message. ---") << std::endl;
+    }
+    for (const tstring& record : batch) {
+        out << record;
+        // The record that crosses the size stays whole in the old file.
+        if (static_cast<std::streamoff>(out.tellp()) > maxFileSize) {
+            rollover(false);
+        }
+    }
+    if (immediateFlush) {
+        out.flush();
+    }
+}
+
+void AsyncRollingFileAppender::run() {
+    {
+        std::lock_guard<std::mutex> stopGuard(stopMutex);
+        commitThreadId = std::this_thread::get_id();
+    }
+    // The period in seconds, from its microseconds as an unsigned 32-bit
+    // product; the bounded period keeps the product from wrapping.
+    const double periodSeconds =
+        static_cast<double>(static_cast<std::uint32_t>(commitPeriodMs) * 1000U) / 1000.0 / 1000.0;
+    ::thread::TimeValue deadline(CLOCK_MONOTONIC, false);
+    do {
+        deadline.setFromNow(periodSeconds);
+        commit();
+    } while (waitForNextCommit(deadline.remainingMicroseconds()));
+}
+
+bool AsyncRollingFileAppender::waitForNextCommit(int microseconds) {
+    // A timed wait on the stop signal rather than a plain sleep, so that
+    // stop() does not have to sit out a long period.
+    std::unique_lock<std::mutex> stopLock(stopMutex);
+    if (microseconds > 0) {
+        stopSignal.wait_for(stopLock, std::chrono::microseconds(microseconds),
+                            [this] { return stopRequested; });
+    }
+    return !stopRequested;
+}
+
+void AsyncRollingFileAppender::close() {
+    thread::MutexGuard commitGuard(commitMutex);
+    RollingFileAppender::close();
+}
+
+void AsyncRollingFileAppender::stop() {
+    {
+        std::lock_guard<std::mutex> stopGuard(stopMutex);
+        stopRequested = true;
+        // The commit thread cannot wait for itself (it may end up here when it
+        // releases the last reference to the appender after being stopped).
+        if (commitThreadId == std::this_thread::get_id()) {
+            return;
+        }
+    }
+    stopSignal.notify_all();
+    std::call_once(joinOnce, [this] { join(); });
+}
+
+}  // namespace log4cplus

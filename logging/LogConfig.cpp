@@ -1,0 +1,135 @@
+#include "logging/LogConfig.h"
+
+#include "logging/AsyncRollingFileAppender.h"
+#include "logging/LogSettings.h"
+
+#include <log4cplus/consoleappender.h>
+#include <log4cplus/layout.h>
+#include <log4cplus/logger.h>
+#include <log4cplus/loglevel.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include <unistd.h>
+
+const char* const LOG_RECORD_PATTERN =
+    "%p P:%i T:%t [%D{%F %T.%q} UTC:%d{%H:%M}] %c{2} %F:%L %m%n";
+
+namespace {
+
+const char* const APPENDER_VARIABLE = "LOG4CPLUS_APPENDER";
+const char* const FILE_DIR_VARIABLE = "LOG4CPLUS_FILE_DIR";
+const char* const FILE_NAME_VARIABLE = "LOG4CPLUS_FILE_NAME";
+const char* const FILE_SIZE_VARIABLE = "LOG4CPLUS_FILE_SIZE";
+const char* const CACHE_SIZE_VARIABLE = "LOG4CPLUS_FILE_CACHE_SIZE";
+const char* const COMMIT_PERIOD_VARIABLE = "LOG4CPLUS_FILE_COMMIT_PERIOD_MSEC";
+const char* const LOGGERS_VARIABLE = "LOG4CPLUS_LOGGERS";
+
+const char* const FILE_APPENDER_NAME = "FILE";
+const char* const CONSOLE_APPENDER_NAME = "CONSOLE";
+
+// The value of an environment variable, or nullptr when it is not set.
+const char* readVariable(const char* name) {
+    return std::getenv(name);
+}
+
+// Shows the operator which logging variables took effect.
+void echoVariable(const char* name, const char* value) {
+    std::printf("\n%s=%s\n", name, value);
+}
+
+// A numeric variable that is echoed when set; fallback when unset.
+int readEchoedInt(const char* name, int fallback) {
+    const char* value = readVariable(name);
+    if (value == nullptr) {
+        return fallback;
+    }
+    echoVariable(name, value);
+    return logging::parseInt32(value);
+}
+
+log4cplus::AsyncRollingFileAppender* createFileAppender() {
+    const char* directory = readVariable(FILE_DIR_VARIABLE);
+    const char* name = readVariable(FILE_NAME_VARIABLE);
+    // Nothing is normalised: a directory ending in '/' gives "//".
+    const std::string path = std::string(directory != nullptr ? directory
+                                                             : logging::DEFAULT_LOG_DIRECTORY) +
+                             "/" + (name != nullptr ? std::string(name) : defaultLogFileName());
+    const long rolloverSize = logging::parseFileSize(readVariable(FILE_SIZE_VARIABLE));
+    const int cacheEntries = readEchoedInt(CACHE_SIZE_VARIABLE, logging::DEFAULT_CACHE_ENTRIES);
+    const int commitPeriodMs =
+        readEchoedInt(COMMIT_PERIOD_VARIABLE, logging::DEFAULT_COMMIT_PERIOD_MS);
+    return new log4cplus::AsyncRollingFileAppender(path, rolloverSize, cacheEntries,
+                                                   commitPeriodMs);
+}
+
+const log4cplus::SharedAppenderPtr& getConsoleAppender() {
+    // Standard output, not flushed per record.
+    static const log4cplus::SharedAppenderPtr console(new log4cplus::ConsoleAppender(false, false));
+    return console;
+}
+
+void applyLoggerLevels(const char* list) {
+    for (const logging::LoggerLevelSetting& setting : logging::parseLoggerLevels(list)) {
+        log4cplus::Logger logger = setting.root ? log4cplus::Logger::getRoot()
+                                                : log4cplus::Logger::getInstance(setting.loggerName);
+        logger.setLogLevel(setting.level);
+    }
+}
+
+}  // namespace
+
+log4cplus::AsyncRollingFileAppender* getFileAppender() {
+    static log4cplus::AsyncRollingFileAppender* const instance = createFileAppender();
+    return instance;
+}
+
+std::string defaultLogFileName() {
+    char link[4097] = {};
+    const ssize_t length = ::readlink("/proc/self/exe", link, sizeof link - 1);
+    return logging::logFileNameForExecutable(length > 0 ? std::string(link) : std::string());
+}
+
+void configureAppender(const log4cplus::SharedAppenderPtr& appender) {
+    appender->setLayout(std::make_unique<log4cplus::PatternLayout>(LOG_RECORD_PATTERN));
+    appender->setThreshold(log4cplus::TRACE_LOG_LEVEL);
+    log4cplus::Logger::getRoot().addAppender(appender);
+}
+
+void commitFileAppender() {
+    if (log4cplus::Logger::getRoot().getAppender(FILE_APPENDER_NAME)) {
+        getFileAppender()->commit();
+    }
+}
+
+void configureLogging() {
+    log4cplus::Logger::getRoot().setLogLevel(log4cplus::INFO_LOG_LEVEL);
+
+    const char* appenderChoice = readVariable(APPENDER_VARIABLE);
+    if (appenderChoice != nullptr) {
+        echoVariable(APPENDER_VARIABLE, appenderChoice);
+    }
+    const logging::AppenderSelection selection = logging::parseAppenderSelection(appenderChoice);
+
+    if (selection.console) {
+        const log4cplus::SharedAppenderPtr& console = getConsoleAppender();
+        console->setName(CONSOLE_APPENDER_NAME);
+        configureAppender(console);
+    }
+    if (selection.file) {
+        const log4cplus::SharedAppenderPtr file(getFileAppender());
+        file->setName(FILE_APPENDER_NAME);
+        configureAppender(file);
+        if (std::atexit(commitFileAppender) != 0) {
+            std::puts("Error registering commitFileAppender");
+        }
+    }
+
+    const char* loggers = readVariable(LOGGERS_VARIABLE);
+    if (loggers != nullptr) {
+        echoVariable(LOGGERS_VARIABLE, loggers);
+        applyLoggerLevels(loggers);
+    }
+}
