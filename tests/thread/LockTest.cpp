@@ -1,0 +1,117 @@
+#include "LockingHelpers.h"
+#include "thread/Lock.h"
+#include "thread/Mutex.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace {
+
+// Records the calls it receives, so the guard's use of its lockable shows.
+class RecordingLockable : public thread::Lockable {
+public:
+    explicit RecordingLockable(bool lockSucceeds) : Lockable(false), m_lockSucceeds(lockSucceeds) {}
+    ~RecordingLockable() override = default;
+    bool lock() override {
+        calls.push_back("lock");
+        return m_lockSucceeds;
+    }
+    bool tryLock() override {
+        calls.push_back("tryLock");
+        return m_lockSucceeds;
+    }
+    int unlock() override {
+        calls.push_back("unlock");
+        return 0;
+    }
+    std::vector<std::string> calls;
+
+private:
+    bool m_lockSucceeds;
+};
+
+using Calls = std::vector<std::string>;
+
+TEST(LockTest, LocksOnConstructionAndUnlocksAtScopeEnd) {
+    RecordingLockable lockable(true);
+    {
+        thread::Lock guard(lockable);
+        EXPECT_EQ(Calls{"lock"}, lockable.calls);
+    }
+    EXPECT_EQ((Calls{"lock", "unlock"}), lockable.calls);
+}
+
+TEST(LockTest, UnlocksWhenAnExceptionLeavesTheScope) {
+    RecordingLockable lockable(true);
+    try {
+        thread::Lock guard(lockable);
+        throw std::runtime_error("leaving");
+    } catch (const std::runtime_error&) {
+    }
+    EXPECT_EQ((Calls{"lock", "unlock"}), lockable.calls);
+}
+
+TEST(LockTest, GoesOnAsIfHeldWhenLockFails) {
+    RecordingLockable lockable(false);
+    { thread::Lock guard(lockable); }
+    EXPECT_EQ((Calls{"lock", "unlock"}), lockable.calls);
+}
+
+TEST(LockTest, NestedGuardsOnOneMutexHoldItUntilTheOuterScopeEnds) {
+    thread::Mutex mutex(false);
+    {
+        thread::Lock outer(mutex);
+        {
+            thread::Lock inner(mutex);
+            EXPECT_FALSE(tryLockFromAnotherThread(mutex));
+        }
+        EXPECT_FALSE(tryLockFromAnotherThread(mutex));
+    }
+    EXPECT_TRUE(tryLockFromAnotherThread(mutex));
+}
+
+TEST(LockTest, ClassLockIsOneRecursiveMutexForAllCallers) {
+    thread::Lockable& first = thread::Lock::getClassLock();
+    thread::Lockable* fromOtherThread = nullptr;
+    std::thread other([&] { fromOtherThread = &thread::Lock::getClassLock(); });
+    other.join();
+    EXPECT_EQ(&first, fromOtherThread);
+    EXPECT_NE(nullptr, dynamic_cast<thread::Mutex*>(&first));
+    thread::Lock outer(first);
+    thread::Lock inner(first);
+    EXPECT_FALSE(tryLockFromAnotherThread(first));
+}
+
+TEST(LockTest, SetTimeoutReturnsTheStoredValueAndZeroReadsAsAYear) {
+    const unsigned original = thread::Lock::setTimeout(20);
+    EXPECT_EQ(20u, thread::Lock::getTimeout());
+    EXPECT_EQ(20u, thread::Lock::setTimeout(0));
+    EXPECT_EQ(31536000u, thread::Lock::getTimeout());
+    EXPECT_EQ(0u, thread::Lock::setTimeout(1)) << "the stored 0, not the year read back";
+    EXPECT_EQ(1u, thread::Lock::getTimeout());
+    thread::Lock::setTimeout(original);
+}
+
+TEST(LockTest, TimeoutCallsWaitForTheClassLock) {
+    thread::Lockable& classLock = thread::Lock::getClassLock();
+    ForeignHolder holder(classLock);
+    std::atomic<bool> returned{false};
+    std::thread reader([&] {
+        thread::Lock::getTimeout();
+        returned.store(true);
+    });
+    // The reader cannot get past the class lock while it is held elsewhere.
+    for (int i = 0; i < 100; ++i) {
+        std::this_thread::yield();
+    }
+    EXPECT_FALSE(returned.load());
+    holder.release();
+    reader.join();
+    EXPECT_TRUE(returned.load());
+}
+
+}  // namespace
