@@ -60,6 +60,16 @@ int AsyncRollingFileAppender::boundedCommitPeriodMs(int requested) {
     return requested > MAX_COMMIT_PERIOD_MS ? MAX_COMMIT_PERIOD_MS : requested;
 }
 
+std::size_t AsyncRollingFileAppender::getCachedCount() const {
+    thread::MutexGuard cacheGuard(cacheMutex);
+    return cache.size();
+}
+
+unsigned long AsyncRollingFileAppender::getLostCount() const {
+    thread::MutexGuard cacheGuard(cacheMutex);
+    return lostCount;
+}
+
 void AsyncRollingFileAppender::writeRestartBanner(const tstring& fileName) {
     out << std::endl
         << LOG4CPLUS_TEXT("*") << std::endl
@@ -88,7 +98,10 @@ void AsyncRollingFileAppender::append(const spi::InternalLoggingEvent& event) {
 
 void AsyncRollingFileAppender::commit() {
     thread::MutexGuard commitGuard(commitMutex);
-    if (!out.good()) {
+    // A stream in error, or one that is closed: log4cplus 2.0's close()
+    // leaves the stream's state good, so the test for an open file is needed
+    // as well for the records to survive a close.
+    if (!out.good() || !out.is_open()) {
         getErrorHandler()->error(LOG4CPLUS_TEXT("file is not open: ") + filename);
         return;
     }

@@ -18,6 +18,7 @@
 #include <log4cplus/tstring.h>
 
 #include <condition_variable>
+#include <cstddef>
 #include <deque>
 #include <mutex>
 #include <sstream>
@@ -70,6 +71,10 @@ public:
     int getCommitPeriodMs() const { return commitPeriodMs; }
     // The rollover size the base class applies.
     long getRolloverSize() const { return maxFileSize; }
+    // Records waiting for the next commit, and records dropped since the
+    // last successful commit.
+    std::size_t getCachedCount() const;
+    unsigned long getLostCount() const;
 
     // A bound below 1 has no meaning (a negative one would leave the cache,
     // and so memory, unbounded; 0 would leave no room for any record): such

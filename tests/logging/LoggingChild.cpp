@@ -1,0 +1,88 @@
+// A small program that logs like the tool does, for the tests that need a
+// whole process: configuration from its environment, the console and file
+// output, the first statement's time base and the final commit at exit.
+//
+//   logging_child records      INFO and ERROR on "spi_logger", INFO on "exception_logger"
+//   logging_child exit N       N INFO records, then exit() at once
+//   logging_child disabled     a disabled INFO statement first, then an ERROR one
+//   logging_child elapsed      two statements 30 ms apart
+//   logging_child threads      the first statements from two threads at once
+//
+// With LOGGING_CHILD_STATIC_INIT set, a statement runs during static
+// initialisation, before main.
+
+#include "logging/Log.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace {
+
+struct StaticInitLogger {
+    StaticInitLogger() {
+        if (std::getenv("LOGGING_CHILD_STATIC_INIT") != nullptr) {
+            MERIVAK_LOG_INFO("spi_logger", "static initialisation record");
+        }
+    }
+} staticInitLogger;
+
+// Shows on standard output whether a message was composed.
+const char* composed(const char* what) {
+    std::printf("composed %s\n", what);
+    return what;
+}
+
+void logFromTwoThreads() {
+    std::mutex mutex;
+    std::condition_variable ready;
+    int waiting = 0;
+    auto firstStatement = [&](const char* name) {
+        {
+            std::unique_lock<std::mutex> lock(mutex);
+            ++waiting;
+            ready.notify_all();
+            ready.wait(lock, [&] { return waiting == 2; });
+        }
+        MERIVAK_LOG_INFO("spi_logger", "first statement of " << name);
+    };
+    std::thread one(firstStatement, "one");
+    std::thread two(firstStatement, "two");
+    one.join();
+    two.join();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const std::string scenario = argc > 1 ? argv[1] : "records";
+    if (scenario == "records") {
+        MERIVAK_LOG_INFO("spi_logger", "info record " << 1);
+        MERIVAK_LOG_ERROR("spi_logger", "error record " << 2);
+        MERIVAK_LOG_INFO("exception_logger", "exception info record");
+    } else if (scenario == "exit" && argc > 2) {
+        const int count = std::atoi(argv[2]);
+        for (int number = 1; number <= count; ++number) {
+            MERIVAK_LOG_INFO("spi_logger", "exit record " << number);
+        }
+        std::exit(0);
+    } else if (scenario == "disabled") {
+        MERIVAK_LOG_INFO("spi_logger", composed("info"));
+        MERIVAK_LOG_ERROR("spi_logger", composed("error"));
+    } else if (scenario == "elapsed") {
+        MERIVAK_LOG_INFO("spi_logger", "first");
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        MERIVAK_LOG_INFO("spi_logger", "second");
+    } else if (scenario == "threads") {
+        logFromTwoThreads();
+    } else {
+        std::fprintf(stderr, "unknown scenario %s\n", scenario.c_str());
+        return 2;
+    }
+    return 0;
+}
