@@ -1,0 +1,105 @@
+// The front end: arguments, messages, streams and exit status.
+
+#include "E2eSupport.h"
+
+using namespace boardtest;
+
+namespace {
+
+const std::string USAGE_LINE = "Usage for platform \"\" :  merivak read|write|check FILENAME \n";
+const std::string OPTION_ERROR_LINE = "Option is NOT correct:    merivak read|write|check FILENAME \n";
+
+class CommandLine : public ::testing::Test {
+protected:
+    SimulatedBoard m_board;
+};
+
+TEST_F(CommandLine, WrongArgumentCountPrintsUsageOnStandardOutput)
+{
+    const std::vector<std::vector<std::string>> cases = {
+        {}, {"read"}, {"read", "a.bin", "b.bin"}, {"check", "a.bin", ""}};
+    for (const auto& arguments : cases) {
+        SCOPED_TRACE(arguments.size());
+        const RunResult run = m_board.merivak(arguments);
+        EXPECT_EQ(run.status, 1);
+        EXPECT_EQ(run.out, USAGE_LINE);
+        EXPECT_EQ(run.err, "");
+        expectHardwareUntouched(run);
+    }
+}
+
+TEST_F(CommandLine, OperationWordIsExactAndCaseSensitive)
+{
+    writeFile(m_board.path("image.bin"), Bytes(16, 0x55));
+    for (const char* word : {"Read", "READ", "Write", "CHECK", "erase", "", "read ", "checks"}) {
+        SCOPED_TRACE(word);
+        const RunResult run = m_board.merivak({word, "image.bin"});
+        EXPECT_EQ(run.status, 1);
+        EXPECT_EQ(run.out, "");
+        EXPECT_EQ(run.err, OPTION_ERROR_LINE);
+        expectHardwareUntouched(run);
+    }
+}
+
+TEST_F(CommandLine, MissingImageForWriteOrCheckIsReportedWithSuccessStatus)
+{
+    for (const char* word : {"write", "check"}) {
+        SCOPED_TRACE(word);
+        const RunResult run = m_board.merivak({word, "no/such/image.bin"});
+        EXPECT_EQ(run.status, 0);
+        // The name is shown exactly as typed.
+        EXPECT_EQ(run.out, "File:    no/such/image.bin      Does NOT exists! \n");
+        EXPECT_EQ(run.err, "");
+        expectHardwareUntouched(run);
+        EXPECT_TRUE(run.events("sleep").empty()) << "no DSP start pause when nothing was done";
+    }
+}
+
+TEST_F(CommandLine, ReadNeedsNoExistingFile)
+{
+    const RunResult run = m_board.merivak({"read", "fresh.bin"});
+    expectSuccessfulRun(run);
+    EXPECT_EQ(readFile(m_board.path("fresh.bin")).size(), FIRMWARE_AREA);
+}
+
+// An image that cannot fit the firmware area is refused before the erase, so
+// the board never ends up with an erased flash.
+TEST_F(CommandLine, OversizedImageIsRefusedBeforeTheFlashIsErased)
+{
+    const Bytes original = patternBytes(FLASH_CAPACITY, 7);
+    m_board.setFlash(original);
+    writeFile(m_board.path("big.bin"), Bytes(FIRMWARE_AREA + 1, 0x00));
+
+    const RunResult run = m_board.merivak({"write", "big.bin"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err, "File:    big.bin      is too large: 131073 bytes, the DSP flash area holds 131072 bytes\n");
+    expectHardwareUntouched(run);
+    EXPECT_EQ(m_board.flash(), original);
+}
+
+TEST_F(CommandLine, SuccessEndsWithTheWaitingLineAndAFiveSecondPause)
+{
+    m_board.setFlash(Bytes(FLASH_CAPACITY, 0xFF));
+    writeFile(m_board.path("erased.bin"), Bytes(300, 0xFF));
+
+    const RunResult run = m_board.merivak({"check", "erased.bin"});
+    expectSuccessfulRun(run);
+    // The waiting line is the last thing printed, after every log record.
+    ASSERT_GE(run.out.size(), 31U);
+    EXPECT_EQ(run.out.substr(run.out.size() - 31), "Waiting till DSP is started...\n");
+    // The pause comes after the flash work: the DSP is already released.
+    const int pause = findEvent(run, 0, "sleep", "us", "5000000");
+    EXPECT_GT(pause, lastRelease(run));
+}
+
+TEST_F(CommandLine, FailedOperationPrintsNothingMore)
+{
+    writeFile(m_board.path("image.bin"), Bytes(300, 0x12));
+    const RunResult run = m_board.merivak({"check", "image.bin"});
+    expectFailedRun(run);
+    EXPECT_EQ(run.out.find("Waiting"), std::string::npos);
+    EXPECT_EQ(run.err, "");
+}
+
+}  // namespace
