@@ -1,0 +1,91 @@
+// The simulated board as the interposed C library calls reach it: opens of
+// device paths, and the calls on the descriptors they return. Every call that
+// is not about a simulated device is left to the caller to pass on.
+#pragma once
+
+#include "board.h"
+#include "device_paths.h"
+#include "flash_chip.h"
+#include "gpio_sysfs.h"
+#include "melody_device.h"
+#include "open_files.h"
+#include "spi_bus.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/types.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace boardsim {
+
+class Simulator {
+public:
+    // Attaches to the run block at runPath. nullptr with a reason on failure.
+    static std::unique_ptr<Simulator> create(const char* runPath, std::string& error);
+    ~Simulator();
+    Simulator(const Simulator&) = delete;
+    Simulator& operator=(const Simulator&) = delete;
+
+    Board& board() { return *m_board; }
+
+    // Lock-free check used on every descriptor call.
+    bool simulated(int fd) const { return m_files.peek(fd) != nullptr; }
+    // The simulator's own descriptor (the trace), which the program must not
+    // close or replace.
+    bool ownDescriptor(int fd) const { return fd >= 0 && fd == m_board->trace().fd(); }
+    // The program is about to make fd refer to something else (dup2 onto it).
+    void vacate(int fd);
+
+    enum class OpenOutcome { kPassThrough, kRedirect, kDone };
+    // kDone: the open was served, result/err hold its outcome. kRedirect: the
+    // caller opens redirect instead of path (the GPIO tree's folders).
+    OpenOutcome open(const char* path, int flags, mode_t mode, int& result, int& err, std::string& redirect);
+    // The state-folder path behind a GPIO folder path (for opendir).
+    bool redirect(const char* path, std::string& target) const;
+    // fd now holds something that is not simulated (a real open, a dup).
+    void forget(int fd);
+    // After a successful dup of oldFd to newFd.
+    void duplicated(int oldFd, int newFd);
+
+    // False when fd is not simulated; the caller then does the real call.
+    bool close(int fd);
+    bool read(int fd, void* buffer, std::size_t count, ssize_t& result, int& err);
+    bool write(int fd, const void* buffer, std::size_t count, ssize_t& result, int& err);
+    bool seek(int fd, off_t offset, int whence, off_t& result, int& err);
+    bool ioctl(int fd, unsigned long request, void* argument, int& result, int& err);
+    // Handles a poll that involves a simulated descriptor; false otherwise.
+    bool poll(pollfd* fds, nfds_t count, const timespec* timeout, const sigset_t* mask, int& result, int& err);
+
+    // A relative sleep of ns nanoseconds. True when it was served in virtual
+    // time (main thread); false when the caller must sleep for real.
+    bool sleep(std::int64_t ns, const char* call);
+
+    void processExit();
+
+private:
+    explicit Simulator(std::unique_ptr<Board> board);
+    OpenFile* current(int fd);
+    OpenFile* currentChecked(int fd);
+    int openDevice(const DevicePath& path, int flags, int& err);
+    int openGpio(const DevicePath& path, int flags, int& err);
+    int bindNew(int backingFd, FileKind kind, const DevicePath& path, int flags, int& err);
+    ssize_t readGpio(OpenFile& file, void* buffer, std::size_t count, int& err);
+    ssize_t writeGpio(OpenFile& file, const void* buffer, std::size_t count, int& err);
+    short readiness(int fd, const OpenFile& file, short events) const;
+    void traceOpen(const char* name, const DevicePath& path, int flags, int result, int err);
+
+    std::unique_ptr<Board> m_board;
+    DevicePaths m_paths;
+    FlashChip m_chip;
+    SpiBus m_bus;
+    GpioSysfs m_gpio;
+    MelodyDevice m_melody;
+    OpenFiles m_files;
+};
+
+bool isMainThread();
+
+}  // namespace boardsim

@@ -1,0 +1,85 @@
+// The simulator's own file operations, made as direct system calls so that
+// they never pass through the interposed C library functions (no recursion
+// into the simulator, no sanitizer interceptors) and work before the C
+// library is fully set up in the process.
+#pragma once
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <cstddef>
+
+namespace boardsim {
+namespace sys {
+
+inline int openFile(const char* path, int flags, mode_t mode = 0)
+{
+    return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, mode));
+}
+
+inline int closeFile(int fd)
+{
+    return static_cast<int>(syscall(SYS_close, fd));
+}
+
+inline ssize_t readFile(int fd, void* buffer, std::size_t length)
+{
+    return static_cast<ssize_t>(syscall(SYS_read, fd, buffer, length));
+}
+
+inline ssize_t writeFile(int fd, const void* buffer, std::size_t length)
+{
+    return static_cast<ssize_t>(syscall(SYS_write, fd, buffer, length));
+}
+
+inline int truncateFile(int fd, off_t length)
+{
+    return static_cast<int>(syscall(SYS_ftruncate, fd, length));
+}
+
+inline int statFile(int fd, struct stat* info)
+{
+    return static_cast<int>(syscall(SYS_fstat, fd, info));
+}
+
+inline int makeFolder(const char* path, mode_t mode)
+{
+    return static_cast<int>(syscall(SYS_mkdirat, AT_FDCWD, path, mode));
+}
+
+inline int removeFile(const char* path)
+{
+    return static_cast<int>(syscall(SYS_unlinkat, AT_FDCWD, path, 0));
+}
+
+inline int removeFolder(const char* path)
+{
+    return static_cast<int>(syscall(SYS_unlinkat, AT_FDCWD, path, AT_REMOVEDIR));
+}
+
+inline int anonymousFile(const char* name, unsigned int flags)
+{
+    return static_cast<int>(syscall(SYS_memfd_create, name, flags));
+}
+
+inline pid_t threadId()
+{
+    return static_cast<pid_t>(syscall(SYS_gettid));
+}
+
+inline pid_t processId()
+{
+    return static_cast<pid_t>(syscall(SYS_getpid));
+}
+
+// Writes all of buffer, retrying short writes and interruptions.
+bool writeAll(int fd, const void* buffer, std::size_t length);
+
+// Replaces the content of the file at path with text (no creation).
+bool replaceContent(const char* path, const char* text, std::size_t length);
+
+}  // namespace sys
+}  // namespace boardsim

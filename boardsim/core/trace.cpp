@@ -1,0 +1,68 @@
+#include "trace.h"
+
+#include "sys_io.h"
+
+namespace boardsim {
+namespace {
+
+constexpr int kTraceFdFloor = 900;
+
+}  // namespace
+
+Trace::~Trace()
+{
+    if (m_fd >= 0) {
+        sys::closeFile(m_fd);
+    }
+}
+
+bool Trace::open(const char* path)
+{
+    if (path == nullptr || path[0] == '\0') {
+        return true;
+    }
+    const int fd = sys::openFile(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        return false;
+    }
+    // Kept on a high number, out of the range programs use and hand out.
+    const int high = static_cast<int>(syscall(SYS_fcntl, fd, F_DUPFD_CLOEXEC, kTraceFdFloor));
+    if (high >= 0) {
+        sys::closeFile(fd);
+        m_fd = high;
+    } else {
+        m_fd = fd;
+    }
+    return true;
+}
+
+void Trace::moveAway()
+{
+    if (m_fd < 0) {
+        return;
+    }
+    const int other = static_cast<int>(syscall(SYS_fcntl, m_fd, F_DUPFD_CLOEXEC, m_fd + 1));
+    if (other >= 0) {
+        sys::closeFile(m_fd);
+        m_fd = other;
+    }
+}
+
+JsonWriter Trace::event(std::int64_t timeNs, const char* name)
+{
+    JsonWriter writer;
+    writer.beginObject().number("t", timeNs).string("ev", name);
+    return writer;
+}
+
+void Trace::emit(JsonWriter& event)
+{
+    if (m_fd < 0) {
+        return;
+    }
+    event.endObject();
+    event.text() += '\n';
+    sys::writeAll(m_fd, event.text().data(), event.text().size());
+}
+
+}  // namespace boardsim

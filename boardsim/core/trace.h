@@ -1,0 +1,41 @@
+// The trace file: one JSON object a line, appended by every process of the
+// run. Each line goes out in one write on a descriptor opened with O_APPEND,
+// under the board lock, so lines never mix and their times never go back.
+#pragma once
+
+#include "json_writer.h"
+
+#include <cstdint>
+#include <string>
+
+namespace boardsim {
+
+class Trace {
+public:
+    Trace() = default;
+    ~Trace();
+    Trace(const Trace&) = delete;
+    Trace& operator=(const Trace&) = delete;
+
+    // Opens path for appending; an empty path leaves tracing off. False when
+    // the file cannot be opened.
+    bool open(const char* path);
+
+    bool enabled() const { return m_fd >= 0; }
+    int fd() const { return m_fd; }
+
+    // Moves the trace to another descriptor number, because the program is
+    // about to take this one (dup2 onto it).
+    void moveAway();
+
+    // A writer that already holds {"t":time,"ev":name.
+    static JsonWriter event(std::int64_t timeNs, const char* name);
+
+    // Closes the object and writes the line.
+    void emit(JsonWriter& event);
+
+private:
+    int m_fd = -1;
+};
+
+}  // namespace boardsim

@@ -1,0 +1,262 @@
+#include "run_config.h"
+
+#include "chip_profiles.h"
+#include "errno_names.h"
+#include "path_text.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace boardsim {
+namespace {
+
+const char* const kSetupNames[kSetupRequestCount] = {"WR_MODE",          "RD_MODE",
+                                                      "WR_BITS_PER_WORD", "RD_BITS_PER_WORD",
+                                                      "WR_MAX_SPEED_HZ",  "RD_MAX_SPEED_HZ"};
+
+std::vector<std::string> splitColons(const std::string& text)
+{
+    std::vector<std::string> parts;
+    std::size_t start = 0;
+    for (;;) {
+        const std::size_t colon = text.find(':', start);
+        parts.push_back(text.substr(start, colon - start));
+        if (colon == std::string::npos) {
+            return parts;
+        }
+        start = colon + 1;
+    }
+}
+
+// An unsigned number in C notation (decimal, 0x hex, 0 octal), whole text.
+bool parseUnsigned(const std::string& text, unsigned long long limit, unsigned long long& value)
+{
+    if (text.empty() || text[0] == '-' || text[0] == '+' || text[0] == ' ') {
+        return false;
+    }
+    char* end = nullptr;
+    errno = 0;
+    value = std::strtoull(text.c_str(), &end, 0);
+    return errno == 0 && *end == '\0' && value <= limit;
+}
+
+bool copyPath(char* target, std::size_t capacity, const std::string& path, std::string& error)
+{
+    if (path.size() >= capacity) {
+        error = "path too long: " + path;
+        return false;
+    }
+    std::memcpy(target, path.c_str(), path.size() + 1);
+    return true;
+}
+
+}  // namespace
+
+bool parseFault(const std::string& spec, Faults& faults, std::string& error)
+{
+    const std::vector<std::string> parts = splitColons(spec);
+    const std::string& kind = parts[0];
+    auto bad = [&](const std::string& why) {
+        error = "bad fault '" + spec + "': " + why;
+        return false;
+    };
+    auto errnoAt = [&](std::size_t index, int& value) {
+        value = parseErrno(parts[index]);
+        return value != 0;
+    };
+
+    if (kind == "msg") {
+        if (parts.size() != 3) {
+            return bad("expected msg:N:ERRNO or msg:N+:ERRNO");
+        }
+        std::string number = parts[1];
+        const bool andLater = !number.empty() && number.back() == '+';
+        if (andLater) {
+            number.pop_back();
+        }
+        unsigned long long index = 0;
+        if (!parseUnsigned(number, ~0ULL, index) || index == 0) {
+            return bad("N must be a message number from 1");
+        }
+        int value = 0;
+        if (!errnoAt(2, value)) {
+            return bad("unknown errno '" + parts[2] + "'");
+        }
+        if (faults.msgCount >= static_cast<std::uint32_t>(kMaxMsgFaults)) {
+            return bad("too many msg faults");
+        }
+        faults.msg[faults.msgCount++] = MsgFault{index, value, static_cast<std::uint8_t>(andLater ? 1 : 0)};
+        return true;
+    }
+    if (kind == "setup") {
+        if (parts.size() != 3) {
+            return bad("expected setup:REQ:ERRNO");
+        }
+        int value = 0;
+        if (!errnoAt(2, value)) {
+            return bad("unknown errno '" + parts[2] + "'");
+        }
+        for (int request = 0; request < kSetupRequestCount; ++request) {
+            if (parts[1] == kSetupNames[request]) {
+                faults.setupError[request] = value;
+                return true;
+            }
+        }
+        return bad("REQ must be one of WR_MODE, RD_MODE, WR_BITS_PER_WORD, RD_BITS_PER_WORD, "
+                   "WR_MAX_SPEED_HZ, RD_MAX_SPEED_HZ");
+    }
+    if (kind == "no-spidev" || kind == "no-melody" || kind == "busy") {
+        if (parts.size() != 1) {
+            return bad("takes no arguments");
+        }
+        (kind == "no-spidev" ? faults.noSpidev : kind == "no-melody" ? faults.noMelody : faults.busy) = 1;
+        return true;
+    }
+    if (kind == "flip") {
+        unsigned long long address = 0;
+        unsigned long long mask = 0;
+        if (parts.size() != 3 || !parseUnsigned(parts[1], 0xFFFFFFFFULL, address) ||
+            !parseUnsigned(parts[2], 0xFFULL, mask) || mask == 0) {
+            return bad("expected flip:ADDR:MASK with MASK 1 to 0xFF");
+        }
+        if (faults.flipCount >= static_cast<std::uint32_t>(kMaxFlips)) {
+            return bad("too many flip faults");
+        }
+        faults.flips[faults.flipCount++] =
+            FlipFault{static_cast<std::uint32_t>(address), static_cast<std::uint8_t>(mask)};
+        return true;
+    }
+    if (kind == "export-refused") {
+        unsigned long long line = 0;
+        if (parts.size() < 2 || parts.size() > 3 || !parseUnsigned(parts[1], kGpioLines - 1, line)) {
+            return bad("expected export-refused:LINE[:ERRNO] with LINE 0 to " + std::to_string(kGpioLines - 1));
+        }
+        int value = EBUSY;
+        if (parts.size() == 3 && !errnoAt(2, value)) {
+            return bad("unknown errno '" + parts[2] + "'");
+        }
+        faults.exportRefused[line] = value;
+        return true;
+    }
+    return bad("unknown fault kind '" + kind + "'");
+}
+
+bool parseEdge(const std::string& spec, EdgeEvent& event, std::string& error)
+{
+    auto bad = [&]() {
+        error = "bad edge '" + spec + "': expected LINE:rising|falling@SECONDS, e.g. 2:falling@1.5";
+        return false;
+    };
+    const std::size_t colon = spec.find(':');
+    const std::size_t at = spec.find('@');
+    if (colon == std::string::npos || at == std::string::npos || at < colon) {
+        return bad();
+    }
+    unsigned long long line = 0;
+    if (!parseUnsigned(spec.substr(0, colon), kGpioLines - 1, line)) {
+        return bad();
+    }
+    const std::string kind = spec.substr(colon + 1, at - colon - 1);
+    if (kind != "rising" && kind != "falling") {
+        return bad();
+    }
+    // Seconds as decimal text, converted exactly to nanoseconds.
+    const std::string seconds = spec.substr(at + 1);
+    const std::size_t dot = seconds.find('.');
+    const std::string whole = seconds.substr(0, dot);
+    const std::string fraction = dot == std::string::npos ? "" : seconds.substr(dot + 1);
+    if (whole.empty() || whole.size() > 9 || whole.find_first_not_of("0123456789") != std::string::npos ||
+        fraction.size() > 9 || (dot != std::string::npos && fraction.empty())) {
+        return bad();
+    }
+    const unsigned long long wholeValue = std::strtoull(whole.c_str(), nullptr, 10);
+    std::int64_t nanoseconds = static_cast<std::int64_t>(wholeValue) * 1000000000LL;
+    std::int64_t scale = 100000000LL;
+    for (const char digit : fraction) {
+        if (digit < '0' || digit > '9') {
+            return bad();
+        }
+        nanoseconds += (digit - '0') * scale;
+        scale /= 10;
+    }
+    event.timeNs = nanoseconds;
+    event.line = static_cast<std::int32_t>(line);
+    event.level = kind == "rising" ? 1 : 0;
+    return true;
+}
+
+std::string absolutePath(const std::string& path)
+{
+    if (!path.empty() && path[0] == '/') {
+        return normalisePath(path);
+    }
+    char buffer[kPathCapacity];
+    if (getcwd(buffer, sizeof buffer) == nullptr) {
+        return path;
+    }
+    return normalisePath(std::string(buffer) + "/" + path);
+}
+
+bool buildRunConfig(const Options& options, const std::string& stateDir,
+                    const std::vector<std::string>& faultList, RunConfig& config, std::string& error)
+{
+    const ChipProfile* profile = findChipProfile(options.profile);
+    if (profile == nullptr) {
+        error = "unknown profile '" + options.profile + "'";
+        return false;
+    }
+    config.profile = *profile;
+    config.useMaxTiming = options.maxTiming ? 1 : 0;
+    if (!copyPath(config.stateDir, sizeof config.stateDir, stateDir, error)) {
+        return false;
+    }
+    if (!options.tracePath.empty() &&
+        !copyPath(config.tracePath, sizeof config.tracePath, absolutePath(options.tracePath), error)) {
+        return false;
+    }
+
+    std::vector<std::string> spidevPaths{"/dev/spidev0.0"};
+    for (const std::string& path : options.spidevPaths) {
+        spidevPaths.push_back(absolutePath(path));
+    }
+    if (spidevPaths.size() > static_cast<std::size_t>(kMaxSpidevPaths)) {
+        error = "too many --spidev paths (at most " + std::to_string(kMaxSpidevPaths - 1) + ")";
+        return false;
+    }
+    config.spidevCount = 0;
+    for (const std::string& path : spidevPaths) {
+        if (!copyPath(config.spidevPaths[config.spidevCount++], kDevicePathCapacity, path, error)) {
+            return false;
+        }
+    }
+
+    std::vector<std::string> faults = options.faults;
+    faults.insert(faults.end(), faultList.begin(), faultList.end());
+    for (const std::string& spec : faults) {
+        if (!parseFault(spec, config.faults, error)) {
+            return false;
+        }
+    }
+
+    if (options.edges.size() > static_cast<std::size_t>(kMaxEdges)) {
+        error = "too many --edge options (at most " + std::to_string(kMaxEdges) + ")";
+        return false;
+    }
+    config.edgeCount = 0;
+    for (const std::string& spec : options.edges) {
+        if (!parseEdge(spec, config.edges[config.edgeCount], error)) {
+            return false;
+        }
+        ++config.edgeCount;
+    }
+    // Stable, so edges at the same time keep the order they were given in.
+    std::stable_sort(config.edges, config.edges + config.edgeCount,
+                     [](const EdgeEvent& a, const EdgeEvent& b) { return a.timeNs < b.timeNs; });
+    return true;
+}
+
+}  // namespace boardsim
