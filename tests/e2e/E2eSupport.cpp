@@ -60,12 +60,7 @@ std::vector<QJsonObject> messagesOfKind(const RunResult& run, MessageKind kind)
 
 int traceIndex(const RunResult& run, const QJsonObject& event)
 {
-    for (std::size_t i = 0; i < run.trace.size(); ++i) {
-        if (run.trace[i] == event) {
-            return static_cast<int>(i);
-        }
-    }
-    return -1;
+    return run.indexOf(event);
 }
 
 int findEvent(const RunResult& run, int from, const char* ev, const char* field, const std::string& value)

@@ -142,6 +142,16 @@ std::vector<QJsonObject> RunResult::events(const char* ev) const
     return found;
 }
 
+int RunResult::indexOf(const QJsonObject& event) const
+{
+    for (std::size_t i = 0; i < trace.size(); ++i) {
+        if (trace[i] == event) {
+            return static_cast<int>(i);
+        }
+    }
+    return -1;
+}
+
 std::vector<QJsonObject> RunResult::gpioWrites(const std::string& prefix) const
 {
     std::vector<QJsonObject> found;

@@ -41,6 +41,8 @@ public:
 
     // Trace events of one kind, in order.
     std::vector<QJsonObject> events(const char* ev) const;
+    // Index of an event in trace (for order checks), -1 if absent.
+    int indexOf(const QJsonObject& event) const;
     // Every spi_msg event, in order.
     std::vector<QJsonObject> spiMessages() const { return events("spi_msg"); }
     // gpio_write events whose path starts with prefix (e.g. "gpio48/").
