@@ -40,7 +40,11 @@ AsyncRollingFileAppender::AsyncRollingFileAppender(const tstring& fileName, long
 AsyncRollingFileAppender::~AsyncRollingFileAppender() {
     try {
         stop();
-        commit();
+        // A closed appender has already written what it could (see close);
+        // committing again would only report the closed file.
+        if (!isClosed()) {
+            commit();
+        }
         destructorImpl();
     } catch (...) {
         static const char MESSAGE[] = "Error committing cached log messages.\n";
@@ -162,7 +166,18 @@ bool AsyncRollingFileAppender::waitForNextCommit(int microseconds) {
 }
 
 void AsyncRollingFileAppender::close() {
+    // log4cplus 2.0 closes every appender when it shuts down at process exit
+    // and then tears down its own error reporting. A commit thread that went
+    // on past that point would find the file closed and report it through
+    // that torn-down reporting. The file is never reopened, so periodic
+    // commits have nothing left to do after a close: the thread ends here.
+    stop();
     thread::MutexGuard commitGuard(commitMutex);
+    // What is still cached goes into the file before it closes (records of
+    // the last moments of a process, logged after the exit-time commit).
+    if (out.good() && out.is_open()) {
+        commit();
+    }
     RollingFileAppender::close();
 }
 

@@ -58,13 +58,16 @@ public:
     // stop().
     void run() override;
 
-    // Closes the file under the commit lock so that a close never cuts into
-    // a running commit; later commits report the file as not open.
+    // Ends the commit thread, commits what is cached and closes the file,
+    // under the commit lock so that a close never cuts into a running
+    // commit. Later commits (by a caller or the destructor) report the file
+    // as not open and keep their records.
     void close() override;
 
     // Ends the commit thread after its current commit and waits for it.
     // Cached records stay for the destructor's (or a caller's) final commit.
-    // Safe to call more than once; must not be called from the commit thread.
+    // Safe to call more than once and from several threads; called from the
+    // commit thread itself it only asks the thread to end.
     void stop();
 
     int getMaxCacheEntries() const { return maxCacheEntries; }

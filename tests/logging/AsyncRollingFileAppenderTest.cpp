@@ -7,6 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <thread>
+
 #include <memory>
 #include <mutex>
 #include <stdexcept>
@@ -229,15 +232,27 @@ TEST_F(AppenderTest, MissingDirectoryIsReportedAtEveryCommitAndTheCacheStaysBoun
     EXPECT_FALSE(std::filesystem::exists(missing));
 }
 
-TEST_F(AppenderTest, CommitsAfterCloseReportTheFileAndKeepTheRecords) {
+TEST_F(AppenderTest, CloseWritesTheCacheThenLaterCommitsReportTheFile) {
     TestAppender appender(path, LARGE_ROLLOVER, 50, NEVER);
     const auto reports = appender.manualCommits();
     appender.logRecords(1, 2);
     appender->close();
+    EXPECT_EQ(readFile(path), banner(path) + record(1) + record(2));
     appender->commit();
-    EXPECT_EQ(reports->taken(), std::vector<std::string>{"file is not open: " + path});
-    EXPECT_EQ(appender->getCachedCount(), 2u);
-    EXPECT_EQ(readFile(path), banner(path));
+    appender->commit();
+    EXPECT_EQ(reports->taken(), std::vector<std::string>(2, "file is not open: " + path));
+    EXPECT_EQ(readFile(path), banner(path) + record(1) + record(2));
+}
+
+TEST_F(AppenderTest, CloseEndsTheCommitThread) {
+    // Were the thread still running, its commits would report the closed
+    // file every 1 ms.
+    TestAppender appender(path, LARGE_ROLLOVER, 50, 1);
+    auto reports = std::make_shared<ErrorReports>();
+    appender->close();
+    appender->setErrorHandler(std::make_unique<RecordingErrorHandler>(reports));
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_TRUE(reports->taken().empty());
 }
 
 TEST_F(AppenderTest, CommitThreadWritesEveryPeriod) {

@@ -139,6 +139,7 @@ protected:
 TEST_F(LoggingProcessTest, DefaultsLogToConsoleAndFileWithoutEchoLines) {
     const ChildRun child = run({"records"}, {dirVariable()});
     EXPECT_EQ(child.exitStatus, 0) << child.err;
+    EXPECT_EQ(child.err, "");
     EXPECT_EQ(messages(child.out), ALL_THREE);
     EXPECT_EQ(logtest::splitLines(child.out).size(), 3u) << child.out;
 
@@ -260,6 +261,18 @@ TEST_F(LoggingProcessTest, LastRecordsBeforeExitAreCommitted) {
         expected.push_back("INFO spi_logger exit record " + std::to_string(number));
     }
     EXPECT_EQ(messages(readFile(defaultLog())), expected);
+}
+
+TEST_F(LoggingProcessTest, ExitEndsCleanlyWhileTheCommitThreadIsBusy) {
+    // log4cplus closes the appenders and tears itself down at exit; a commit
+    // thread that went on committing would report into the torn-down library.
+    for (int round = 0; round < 5; ++round) {
+        const ChildRun child = run({"records"}, {"LOG4CPLUS_APPENDER=FILE", dirVariable(),
+                                                 "LOG4CPLUS_FILE_COMMIT_PERIOD_MSEC=0"});
+        EXPECT_EQ(child.exitStatus, 0) << child.err;
+        EXPECT_EQ(child.err, "");
+    }
+    EXPECT_EQ(messages(readFile(defaultLog())).size(), 5u * 3u);
 }
 
 TEST_F(LoggingProcessTest, FirstStatementReportsZeroAndLaterOnesCountFromIt) {
