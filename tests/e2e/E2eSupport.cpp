@@ -122,6 +122,7 @@ void expectFailedRun(const RunResult& run)
 {
     EXPECT_EQ(run.status, 1) << run.describe();
     EXPECT_TRUE(run.plainOutLines().empty()) << run.describe();
+    EXPECT_EQ(run.err, "") << "the driver's log explains a failure, not the terminal";
     for (const QJsonObject& sleep : run.events("sleep")) {
         EXPECT_NE(integer(sleep.value(QStringLiteral("us"))), 5000000) << "no DSP start pause after a failure";
     }

@@ -47,7 +47,8 @@ void expectHardwareUntouched(const RunResult& run);
 // A successful run: status 0, the waiting line as the only plain output
 // line, the 5-second pause, no violations, line 48 released.
 void expectSuccessfulRun(const RunResult& run);
-// A failed run: status 1, no waiting line, no 5-second pause, line 48
+// A failed run: status 1, nothing on standard error, no waiting line, no
+// 5-second pause, line 48
 // released.
 void expectFailedRun(const RunResult& run);
 // Whether a 1000-microsecond usleep lies between trace indices from and to.
