@@ -141,27 +141,6 @@ bool writeFile(const std::string& path, const std::string& text, int flags, std:
     return true;
 }
 
-// Scripted lines sit at the opposite of their first edge until it comes.
-void placeScriptedLines(RunBlock& block)
-{
-    bool placed[kGpioLines] = {};
-    for (std::uint32_t i = 0; i < block.config.edgeCount; ++i) {
-        const EdgeEvent& edge = block.config.edges[i];
-        if (placed[edge.line]) {
-            continue;
-        }
-        placed[edge.line] = true;
-        GpioLine& line = block.lines[edge.line];
-        line.externalLevel = edge.level != 0 ? 0 : 1;
-        if (line.exported != 0 && line.output == 0) {
-            const std::string path = std::string(block.config.stateDir) + "/gpio/gpio" + std::to_string(edge.line) +
-                                     "/value";
-            std::string ignored;
-            writeFile(path, (line.externalLevel ^ line.activeLow) != 0 ? "1\n" : "0\n", O_TRUNC, ignored);
-        }
-    }
-}
-
 pid_t startCommand(const Options& options, const std::string& preload, const std::string& runPath)
 {
     std::string preloads = sanitizerRuntime();
@@ -294,11 +273,9 @@ int runLauncher(int argc, const char* const* argv)
         return fail(error);
     }
     RunBlock& block = runFile->block();
-    if (!buildRunConfig(options, stateDir, faultList, block.config, error) ||
-        !prepareStateFolder(stateDir, block.config.profile, error) || !loadGpioTree(stateDir, block.lines, error)) {
+    if (!setUpRun(options, stateDir, faultList, block, error)) {
         return fail(error);
     }
-    placeScriptedLines(block);
     if (block.config.tracePath[0] != '\0' && !writeFile(block.config.tracePath, runStartLine(block), O_TRUNC, error)) {
         return fail(error);
     }

@@ -3,7 +3,9 @@
 #include "chip_profiles.h"
 #include "errno_names.h"
 #include "path_text.h"
+#include "state_folder.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -54,7 +56,45 @@ bool copyPath(char* target, std::size_t capacity, const std::string& path, std::
     return true;
 }
 
+// Scripted lines sit at the opposite of their first edge until it comes.
+void placeScriptedLines(RunBlock& block)
+{
+    bool placed[kGpioLines] = {};
+    for (std::uint32_t i = 0; i < block.config.edgeCount; ++i) {
+        const EdgeEvent& edge = block.config.edges[i];
+        if (placed[edge.line]) {
+            continue;
+        }
+        placed[edge.line] = true;
+        GpioLine& line = block.lines[edge.line];
+        line.externalLevel = edge.level != 0 ? 0 : 1;
+        if (line.exported != 0 && line.output == 0) {
+            const std::string path =
+                std::string(block.config.stateDir) + "/gpio/gpio" + std::to_string(edge.line) + "/value";
+            const int fd = open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
+            if (fd >= 0) {
+                const char* text = (line.externalLevel ^ line.activeLow) != 0 ? "1\n" : "0\n";
+                if (write(fd, text, 2) != 2) {
+                    // The library rewrites the file at the line's next change.
+                }
+                close(fd);
+            }
+        }
+    }
+}
+
 }  // namespace
+
+bool setUpRun(const Options& options, const std::string& stateDir, const std::vector<std::string>& faultList,
+              RunBlock& block, std::string& error)
+{
+    if (!buildRunConfig(options, stateDir, faultList, block.config, error) ||
+        !prepareStateFolder(stateDir, block.config.profile, error) || !loadGpioTree(stateDir, block.lines, error)) {
+        return false;
+    }
+    placeScriptedLines(block);
+    return true;
+}
 
 bool parseFault(const std::string& spec, Faults& faults, std::string& error)
 {

@@ -19,6 +19,12 @@ bool parseEdge(const std::string& spec, EdgeEvent& event, std::string& error);
 bool buildRunConfig(const Options& options, const std::string& stateDir,
                     const std::vector<std::string>& faultList, RunConfig& config, std::string& error);
 
+// Everything a run needs before the command starts: the configuration, the
+// state folder (created or checked), the GPIO lines it holds, the scripted
+// lines' starting levels.
+bool setUpRun(const Options& options, const std::string& stateDir, const std::vector<std::string>& faultList,
+              RunBlock& block, std::string& error);
+
 // path made absolute against the working folder and normalised lexically
 // (no symbolic links resolved).
 std::string absolutePath(const std::string& path);

@@ -1,0 +1,212 @@
+// The launcher's option, fault and edge parsing, its state folder checks and
+// the summary it builds.
+#include "chip_profiles.h"
+#include "options.h"
+#include "run_config.h"
+#include "state_folder.h"
+#include "summary.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <fstream>
+#include <memory>
+
+namespace boardsim_test {
+namespace {
+
+using boardsim::Options;
+
+bool parse(std::vector<const char*> arguments, Options& options, std::string& error)
+{
+    arguments.insert(arguments.begin(), "boardsim");
+    return boardsim::parseOptions(static_cast<int>(arguments.size()), arguments.data(), options, error);
+}
+
+TEST(LauncherOptions, TakesOptionsUpToTheCommand)
+{
+    Options options;
+    std::string error;
+    ASSERT_TRUE(parse({"--state", "/tmp/s", "--fault=busy", "--fault", "no-melody", "--timing", "max", "--quiet",
+                       "--", "merivak", "--state", "x"},
+                      options, error))
+        << error;
+    EXPECT_EQ(options.stateDir, "/tmp/s");
+    EXPECT_EQ(options.faults, (std::vector<std::string>{"busy", "no-melody"}));
+    EXPECT_TRUE(options.maxTiming);
+    EXPECT_TRUE(options.quiet);
+    EXPECT_EQ(options.command, (std::vector<std::string>{"merivak", "--state", "x"}));
+
+    Options bare;
+    ASSERT_TRUE(parse({"true"}, bare, error));
+    EXPECT_EQ(bare.command, std::vector<std::string>{"true"});
+}
+
+TEST(LauncherOptions, RefusesWhatItCannotUse)
+{
+    const std::vector<std::vector<const char*>> bad = {
+        {"--bogus", "--", "true"}, {"--state"}, {"--profile", "nonsense", "true"}, {"--timing", "slow", "true"},
+        {"--state", "/tmp/x"},     {"--"},      {"--trace=", "true"},
+    };
+    for (const auto& arguments : bad) {
+        Options options;
+        std::string error;
+        EXPECT_FALSE(parse(arguments, options, error)) << arguments[0];
+        EXPECT_FALSE(error.empty());
+    }
+}
+
+TEST(LauncherFaults, ParsesEveryKind)
+{
+    boardsim::Faults faults{};
+    std::string error;
+    for (const char* spec : {"msg:3:EIO", "msg:7+:110", "setup:RD_MAX_SPEED_HZ:ENODEV", "no-spidev", "no-melody",
+                             "busy", "flip:0x1F:0x80", "export-refused:48", "export-refused:2:EPERM"}) {
+        EXPECT_TRUE(boardsim::parseFault(spec, faults, error)) << spec << ": " << error;
+    }
+    ASSERT_EQ(faults.msgCount, 2U);
+    EXPECT_EQ(faults.msg[0].index, 3U);
+    EXPECT_EQ(faults.msg[0].error, EIO);
+    EXPECT_EQ(faults.msg[0].andLater, 0);
+    EXPECT_EQ(faults.msg[1].error, ETIMEDOUT);
+    EXPECT_EQ(faults.msg[1].andLater, 1);
+    EXPECT_EQ(faults.setupError[boardsim::kRdMaxSpeedHz], ENODEV);
+    EXPECT_EQ(faults.noSpidev + faults.noMelody + faults.busy, 3);
+    ASSERT_EQ(faults.flipCount, 1U);
+    EXPECT_EQ(faults.flips[0].address, 0x1FU);
+    EXPECT_EQ(faults.flips[0].mask, 0x80);
+    EXPECT_EQ(faults.exportRefused[48], EBUSY);
+    EXPECT_EQ(faults.exportRefused[2], EPERM);
+}
+
+TEST(LauncherFaults, RefusesMalformedSpecs)
+{
+    for (const char* spec : {"msg:0:EIO", "msg:1:ENOTANERRNO", "msg:1", "setup:WR_FOO:EIO", "flip:1:0", "flip:x:1",
+                             "export-refused:224", "busy:1", "explode"}) {
+        boardsim::Faults faults{};
+        std::string error;
+        EXPECT_FALSE(boardsim::parseFault(spec, faults, error)) << spec;
+        EXPECT_NE(error.find(spec), std::string::npos) << error;
+    }
+}
+
+TEST(LauncherEdges, ParsesLineKindAndExactTime)
+{
+    boardsim::EdgeEvent edge{};
+    std::string error;
+    ASSERT_TRUE(boardsim::parseEdge("2:falling@1.5", edge, error)) << error;
+    EXPECT_EQ(edge.line, 2);
+    EXPECT_EQ(edge.level, 0);
+    EXPECT_EQ(edge.timeNs, 1500000000);
+    ASSERT_TRUE(boardsim::parseEdge("143:rising@0.000000001", edge, error));
+    EXPECT_EQ(edge.timeNs, 1);
+    EXPECT_EQ(edge.level, 1);
+    for (const char* spec : {"2:up@1", "x:rising@1", "2:rising@1.", "2:rising@-1", "2:rising", "300:rising@1",
+                             "2:rising@1.0000000001"}) {
+        EXPECT_FALSE(boardsim::parseEdge(spec, edge, error)) << spec;
+    }
+}
+
+class StateFolderTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        char pattern[] = "/tmp/boardsim-state-test.XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        root = pattern;
+    }
+    void TearDown() override { boardsim::removeTree(root); }
+
+    const boardsim::ChipProfile& profile() { return *boardsim::findChipProfile("default"); }
+
+    std::string root;
+};
+
+TEST_F(StateFolderTest, MakesAnErasedFlashAndAGpioTree)
+{
+    std::string error;
+    const std::string dir = root + "/deep/state";
+    ASSERT_TRUE(boardsim::prepareStateFolder(dir, profile(), error)) << error;
+    std::ifstream flash(dir + "/flash.bin", std::ios::binary);
+    const std::string content((std::istreambuf_iterator<char>(flash)), std::istreambuf_iterator<char>());
+    ASSERT_EQ(content.size(), 2U * 1024 * 1024);
+    EXPECT_EQ(content.find_first_not_of('\xFF'), std::string::npos);
+    struct stat info {};
+    EXPECT_EQ(stat((dir + "/gpio/export").c_str(), &info), 0);
+    EXPECT_EQ(stat((dir + "/gpio/unexport").c_str(), &info), 0);
+    // A second run keeps what is there.
+    std::fstream(dir + "/flash.bin", std::ios::in | std::ios::out | std::ios::binary).put('\x12');
+    ASSERT_TRUE(boardsim::prepareStateFolder(dir, profile(), error)) << error;
+    std::ifstream again(dir + "/flash.bin", std::ios::binary);
+    EXPECT_EQ(again.get(), 0x12);
+}
+
+TEST_F(StateFolderTest, RefusesABrokenFolder)
+{
+    std::string error;
+    std::ofstream(root + "/flash.bin") << "short";
+    EXPECT_FALSE(boardsim::prepareStateFolder(root, profile(), error));
+    EXPECT_NE(error.find("broken state folder"), std::string::npos) << error;
+
+    const std::string file = root + "/plain-file";
+    std::ofstream(file) << "x";
+    EXPECT_FALSE(boardsim::prepareStateFolder(file, profile(), error));
+}
+
+TEST_F(StateFolderTest, LoadsExportedLinesAndRefusesNonsense)
+{
+    std::string error;
+    ASSERT_TRUE(boardsim::prepareStateFolder(root, profile(), error)) << error;
+    const std::string line = root + "/gpio/gpio48";
+    ASSERT_EQ(mkdir(line.c_str(), 0755), 0);
+    std::ofstream(line + "/value") << "1\n";
+    std::ofstream(line + "/direction") << "out\n";
+    std::ofstream(line + "/active_low") << "0\n";
+    std::ofstream(line + "/edge") << "none\n";
+    boardsim::GpioLine lines[boardsim::kGpioLines] = {};
+    ASSERT_TRUE(boardsim::loadGpioTree(root, lines, error)) << error;
+    EXPECT_EQ(lines[48].exported, 1);
+    EXPECT_EQ(lines[48].output, 1);
+    EXPECT_EQ(lines[48].outputLevel, 1);
+
+    std::ofstream(line + "/direction") << "sideways\n";
+    EXPECT_FALSE(boardsim::loadGpioTree(root, lines, error));
+    EXPECT_NE(error.find("gpio48/direction"), std::string::npos) << error;
+    unlink((line + "/direction").c_str());
+    EXPECT_FALSE(boardsim::loadGpioTree(root, lines, error));
+}
+
+TEST(LauncherSummary, ReportsCountersHistoryAndViolations)
+{
+    auto block = std::make_unique<boardsim::RunBlock>();
+    std::memset(block.get(), 0, sizeof(boardsim::RunBlock));
+    block->config.profile = *boardsim::findChipProfile("default");
+    block->clockNs = 1500000000;
+    block->counters.messages = 3;
+    block->counters.statusPolls = 2;
+    block->lines[48].exported = 1;
+    block->history[0] = boardsim::LevelChange{10, 48, 0};
+    block->history[1] = boardsim::LevelChange{20, 48, 1};
+    block->historyCount = 2;
+    block->violations[0] = boardsim::Violation{5, boardsim::kNoLatch, "PP without Write Enable"};
+    block->violationCount = 1;
+    block->violationsTotal = 1;
+    const std::string json = boardsim::summaryJson(*block, 7);
+    EXPECT_NE(json.find("\"status\":7"), std::string::npos) << json;
+    EXPECT_NE(json.find("\"board_time_ns\":1500000000"), std::string::npos);
+    EXPECT_NE(json.find("\"lines\":{\"48\":[[10,0],[20,1]]}"), std::string::npos) << json;
+    EXPECT_NE(json.find("\"exported\":[48]"), std::string::npos);
+    EXPECT_NE(json.find("{\"rule\":\"no-latch\",\"detail\":\"PP without Write Enable\",\"t\":5}"), std::string::npos);
+    const std::string text = boardsim::summaryText(*block);
+    EXPECT_NE(text.find("board time 1.500000 s"), std::string::npos) << text;
+    EXPECT_NE(text.find("3 messages"), std::string::npos);
+    EXPECT_NE(text.find("violations: 1 (no-latch 1)"), std::string::npos) << text;
+}
+
+}  // namespace
+}  // namespace boardsim_test

@@ -1,0 +1,214 @@
+#include "sim_fixture.h"
+
+#include "run_config.h"
+#include "state_folder.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
+
+namespace boardsim_test {
+
+Record send(std::vector<std::uint8_t> bytes, bool csChange)
+{
+    Record record;
+    record.tx = std::move(bytes);
+    record.csChange = csChange;
+    return record;
+}
+
+Record receive(std::uint32_t length)
+{
+    Record record;
+    record.rxLength = length;
+    return record;
+}
+
+std::vector<std::uint8_t> address24(std::uint8_t opcode, std::uint32_t address)
+{
+    return {opcode, static_cast<std::uint8_t>(address >> 16), static_cast<std::uint8_t>(address >> 8),
+            static_cast<std::uint8_t>(address)};
+}
+
+void SimFixture::SetUp()
+{
+    char pattern[] = "/tmp/boardsim-test.XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    m_root = pattern;
+    m_stateDir = m_root + "/state";
+}
+
+void SimFixture::TearDown()
+{
+    m_simulator.reset();
+    m_runFile.reset();
+    boardsim::removeTree(m_root);
+}
+
+void SimFixture::start(const boardsim::Options& options)
+{
+    std::string error;
+    m_runFile = boardsim::RunFile::create(m_root + "/run.bin", error);
+    ASSERT_TRUE(m_runFile) << error;
+    ASSERT_TRUE(boardsim::setUpRun(options, m_stateDir, {}, m_runFile->block(), error)) << error;
+    m_simulator = boardsim::Simulator::create(m_runFile->path().c_str(), error);
+    ASSERT_TRUE(m_simulator) << error;
+}
+
+int SimFixture::open(const char* path, int flags, int* err)
+{
+    int result = -1;
+    int error = 0;
+    std::string redirect;
+    const auto outcome = m_simulator->open(path, flags, 0, result, error, redirect);
+    EXPECT_EQ(outcome, boardsim::Simulator::OpenOutcome::kDone) << path;
+    if (err != nullptr) {
+        *err = error;
+    }
+    return result;
+}
+
+void SimFixture::close(int fd)
+{
+    EXPECT_TRUE(m_simulator->close(fd));
+    ::close(fd);
+}
+
+ssize_t SimFixture::writeText(int fd, const std::string& text, int* err)
+{
+    ssize_t result = 0;
+    int error = 0;
+    EXPECT_TRUE(m_simulator->write(fd, text.data(), text.size(), result, error));
+    if (err != nullptr) {
+        *err = error;
+    }
+    return result;
+}
+
+std::string SimFixture::readText(int fd, std::size_t count)
+{
+    std::string buffer(count, '\0');
+    ssize_t result = 0;
+    int error = 0;
+    EXPECT_TRUE(m_simulator->read(fd, &buffer[0], count, result, error));
+    if (result < 0) {
+        return "error " + std::to_string(error);
+    }
+    buffer.resize(static_cast<std::size_t>(result));
+    return buffer;
+}
+
+int SimFixture::store(const std::string& path, const std::string& text)
+{
+    int err = 0;
+    const int fd = open(path.c_str(), O_WRONLY, &err);
+    if (fd < 0) {
+        return err;
+    }
+    writeText(fd, text, &err);
+    close(fd);
+    return err;
+}
+
+std::string SimFixture::show(const std::string& path)
+{
+    int err = 0;
+    const int fd = open(path.c_str(), O_RDONLY, &err);
+    if (fd < 0) {
+        return "open error " + std::to_string(err);
+    }
+    const std::string text = readText(fd);
+    close(fd);
+    return text;
+}
+
+int SimFixture::openSpi()
+{
+    return open("/dev/spidev0.0", O_RDWR);
+}
+
+MessageResult SimFixture::message(int fd, const std::vector<Record>& records)
+{
+    std::vector<spi_ioc_transfer> transfers(records.size());
+    std::vector<std::vector<std::uint8_t>> rx(records.size());
+    for (std::size_t k = 0; k < records.size(); ++k) {
+        const Record& record = records[k];
+        spi_ioc_transfer& transfer = transfers[k];
+        transfer = spi_ioc_transfer{};
+        if (!record.tx.empty()) {
+            transfer.tx_buf = reinterpret_cast<std::uintptr_t>(record.tx.data());
+        }
+        if (record.rxLength > 0) {
+            rx[k].assign(record.rxLength, 0xAA);
+            transfer.rx_buf = reinterpret_cast<std::uintptr_t>(rx[k].data());
+        }
+        transfer.len = record.length != 0 ? record.length
+                                          : static_cast<std::uint32_t>(std::max<std::size_t>(record.tx.size(),
+                                                                                            record.rxLength));
+        transfer.cs_change = record.csChange ? 1 : 0;
+        transfer.speed_hz = record.speedHz;
+        transfer.delay_usecs = record.delayUsecs;
+        transfer.tx_nbits = record.txNbits;
+    }
+    MessageResult result;
+    result.result = ioctl(fd, SPI_IOC_MESSAGE(records.size()), transfers.data(), &result.err);
+    for (std::size_t k = 0; k < records.size(); ++k) {
+        if (records[k].rxLength > 0) {
+            result.rx.push_back(rx[k]);
+        }
+    }
+    return result;
+}
+
+int SimFixture::ioctl(int fd, unsigned long request, void* argument, int* err)
+{
+    int result = 0;
+    int error = 0;
+    EXPECT_TRUE(m_simulator->ioctl(fd, request, argument, result, error));
+    if (err != nullptr) {
+        *err = error;
+    }
+    return result;
+}
+
+std::uint8_t SimFixture::readStatus(int fd)
+{
+    const MessageResult result = message(fd, {send({0x05}), receive(1)});
+    EXPECT_EQ(result.result, 2);
+    return result.rx.empty() ? 0xAA : result.rx[0][0];
+}
+
+void SimFixture::writeEnable(int fd)
+{
+    EXPECT_EQ(message(fd, {send({0x06})}).result, 1);
+}
+
+std::vector<std::uint8_t> SimFixture::readData(int fd, std::uint32_t address, std::uint32_t length)
+{
+    const MessageResult result = message(fd, {send(address24(0x03, address)), receive(length)});
+    EXPECT_EQ(result.result, static_cast<int>(4 + length));
+    return result.rx.empty() ? std::vector<std::uint8_t>() : result.rx[0];
+}
+
+void SimFixture::waitReady(int fd)
+{
+    for (int poll = 0; poll < 1000000; ++poll) {
+        if ((readStatus(fd) & 1) == 0) {
+            return;
+        }
+    }
+    ADD_FAILURE() << "flash stayed busy";
+}
+
+std::string SimFixture::readFile(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+}  // namespace boardsim_test

@@ -1,0 +1,86 @@
+// Runs the device models in the test process: a run block and a state folder
+// of its own per test, set up as the launcher does, and a simulator attached
+// to them. Descriptors and calls go straight to the simulator (no preload).
+#pragma once
+
+#include "options.h"
+#include "run_file.h"
+#include "simulator.h"
+
+#include <gtest/gtest.h>
+#include <linux/spi/spidev.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace boardsim_test {
+
+// One record of an SPI message, as a test writes it.
+struct Record {
+    std::vector<std::uint8_t> tx;  // empty with txLength 0: no tx buffer
+    std::uint32_t rxLength = 0;    // 0: no rx buffer
+    bool csChange = false;
+    std::uint32_t length = 0;      // 0: tx.size() or rxLength
+    std::uint32_t speedHz = 0;
+    std::uint16_t delayUsecs = 0;
+    std::uint8_t txNbits = 0;
+};
+
+Record send(std::vector<std::uint8_t> bytes, bool csChange = false);
+Record receive(std::uint32_t length);
+
+struct MessageResult {
+    int result = 0;
+    int err = 0;
+    std::vector<std::vector<std::uint8_t>> rx;  // one per record with rxLength
+};
+
+class SimFixture : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // Sets up the run; call before using the simulator. Options are the
+    // launcher's (faults, edges, profile, trace).
+    void start(const boardsim::Options& options = boardsim::Options());
+
+    boardsim::Simulator& sim() { return *m_simulator; }
+    boardsim::RunBlock& run() { return m_runFile->block(); }
+    std::uint8_t* flash() { return m_simulator->board().flash(); }
+    const std::string& stateDir() const { return m_stateDir; }
+    std::int64_t now() { return run().clockNs; }
+
+    // open() through the simulator; -1 with err on failure.
+    int open(const char* path, int flags, int* err = nullptr);
+    void close(int fd);
+    ssize_t writeText(int fd, const std::string& text, int* err = nullptr);
+    std::string readText(int fd, std::size_t count = 64);
+    // Writes text to a GPIO path in one open/write/close; 0 or the errno.
+    int store(const std::string& path, const std::string& text);
+    std::string show(const std::string& path);
+
+    int openSpi();
+    MessageResult message(int fd, const std::vector<Record>& records);
+    // ioctl through the simulator; -1 with err.
+    int ioctl(int fd, unsigned long request, void* argument, int* err = nullptr);
+
+    // Flash helpers built from messages.
+    std::uint8_t readStatus(int fd);
+    void writeEnable(int fd);
+    std::vector<std::uint8_t> readData(int fd, std::uint32_t address, std::uint32_t length);
+    void waitReady(int fd);
+
+    std::string readFile(const std::string& path);
+
+private:
+    std::string m_root;
+    std::string m_stateDir;
+    std::unique_ptr<boardsim::RunFile> m_runFile;
+    std::unique_ptr<boardsim::Simulator> m_simulator;
+};
+
+std::vector<std::uint8_t> address24(std::uint8_t opcode, std::uint32_t address);
+
+}  // namespace boardsim_test

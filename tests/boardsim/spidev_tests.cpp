@@ -1,0 +1,281 @@
+// The spidev node: set-up requests, message validation, chip select across
+// records and messages, bus time, faults and the DSP-hold rule.
+#include "sim_fixture.h"
+
+#include <fcntl.h>
+#include <linux/spi/spidev.h>
+
+#include <cstring>
+
+namespace boardsim_test {
+namespace {
+
+class SpidevTest : public SimFixture {
+protected:
+    void startWith(const boardsim::Options& options)
+    {
+        start(options);
+        fd = openSpi();
+        ASSERT_GE(fd, 0);
+    }
+
+    std::uint32_t readSpeed()
+    {
+        std::uint32_t speed = 0;
+        EXPECT_EQ(ioctl(fd, SPI_IOC_RD_MAX_SPEED_HZ, &speed), 0);
+        return speed;
+    }
+
+    // Board time a message takes.
+    std::int64_t cost(const std::vector<Record>& records)
+    {
+        const std::int64_t before = now();
+        EXPECT_GE(message(fd, records).result, 0);
+        return now() - before;
+    }
+
+    int fd = -1;
+};
+
+TEST_F(SpidevTest, SetupRequestsReadBackWhatWasSet)
+{
+    startWith(boardsim::Options());
+    std::uint8_t mode = 0xAA;
+    std::uint8_t bits = 0;
+    EXPECT_EQ(ioctl(fd, SPI_IOC_RD_MODE, &mode), 0);
+    EXPECT_EQ(ioctl(fd, SPI_IOC_RD_BITS_PER_WORD, &bits), 0);
+    EXPECT_EQ(mode, 0);
+    EXPECT_EQ(bits, 8);
+    EXPECT_EQ(readSpeed(), 20000000U);  // power-up setting
+
+    mode = 3;
+    EXPECT_EQ(ioctl(fd, SPI_IOC_WR_MODE, &mode), 0);
+    mode = 0;
+    EXPECT_EQ(ioctl(fd, SPI_IOC_RD_MODE, &mode), 0);
+    EXPECT_EQ(mode, 3);
+    bits = 0;  // the SPI core makes that 8
+    EXPECT_EQ(ioctl(fd, SPI_IOC_WR_BITS_PER_WORD, &bits), 0);
+    EXPECT_EQ(ioctl(fd, SPI_IOC_RD_BITS_PER_WORD, &bits), 0);
+    EXPECT_EQ(bits, 8);
+    std::uint32_t speed = 100000000;  // above the controller's 60 MHz: kept as asked
+    EXPECT_EQ(ioctl(fd, SPI_IOC_WR_MAX_SPEED_HZ, &speed), 0);
+    EXPECT_EQ(readSpeed(), 100000000U);
+}
+
+TEST_F(SpidevTest, SetupRequestsValidateLikeTheDriver)
+{
+    startWith(boardsim::Options());
+    int err = 0;
+    std::uint8_t mode = 0x08;  // LSB first: the controller cannot
+    EXPECT_EQ(ioctl(fd, SPI_IOC_WR_MODE, &mode, &err), -1);
+    EXPECT_EQ(err, EINVAL);
+    std::uint32_t mode32 = 0x100 | 0x01;  // dual TX is dropped quietly
+    EXPECT_EQ(ioctl(fd, SPI_IOC_WR_MODE32, &mode32), 0);
+    EXPECT_EQ(ioctl(fd, SPI_IOC_RD_MODE32, &mode32), 0);
+    EXPECT_EQ(mode32, 0x01U);
+    mode32 = 0x1000;  // not a bit spidev lets through
+    EXPECT_EQ(ioctl(fd, SPI_IOC_WR_MODE32, &mode32, &err), -1);
+    EXPECT_EQ(err, EINVAL);
+    std::uint8_t bits = 33;
+    EXPECT_EQ(ioctl(fd, SPI_IOC_WR_BITS_PER_WORD, &bits, &err), -1);
+    EXPECT_EQ(err, EINVAL);
+    std::uint32_t speed = 0;
+    EXPECT_EQ(ioctl(fd, SPI_IOC_WR_MAX_SPEED_HZ, &speed, &err), -1);
+    EXPECT_EQ(err, EINVAL);
+    EXPECT_EQ(readSpeed(), 20000000U);
+    std::uint8_t lsbFirst = 1;
+    EXPECT_EQ(ioctl(fd, SPI_IOC_WR_LSB_FIRST, &lsbFirst, &err), -1);
+    EXPECT_EQ(err, EINVAL);
+    EXPECT_EQ(ioctl(fd, SPI_IOC_RD_MODE, nullptr, &err), -1);
+    EXPECT_EQ(err, EFAULT);
+    EXPECT_EQ(ioctl(fd, _IOR(SPI_IOC_MAGIC, 9, __u8), &bits, &err), -1);
+    EXPECT_EQ(err, ENOTTY);
+    EXPECT_EQ(ioctl(fd, 0x5401 /* TCGETS */, &speed, &err), -1);
+    EXPECT_EQ(err, ENOTTY);
+}
+
+TEST_F(SpidevTest, MessagesAreCheckedBeforeAnythingReachesTheBus)
+{
+    startWith(boardsim::Options());
+    int err = 0;
+    spi_ioc_transfer records[2] = {};
+    const std::uint8_t writeEnableByte = 0x06;
+    records[0].tx_buf = reinterpret_cast<std::uintptr_t>(&writeEnableByte);
+    records[0].len = 1;
+    EXPECT_EQ(ioctl(fd, _IOW(SPI_IOC_MAGIC, 0, char[40]), records, &err), -1);
+    EXPECT_EQ(err, EINVAL);
+    EXPECT_EQ(ioctl(fd, _IOR(SPI_IOC_MAGIC, 0, char[32]), records, &err), -1);
+    EXPECT_EQ(err, ENOTTY);
+    EXPECT_EQ(ioctl(fd, SPI_IOC_MESSAGE(1), nullptr, &err), -1);
+    EXPECT_EQ(err, EFAULT);
+    EXPECT_EQ(ioctl(fd, SPI_IOC_MESSAGE(0), nullptr, &err), 0);
+
+    // bufsiz 4096 per direction, each record rounded up to 64 bytes.
+    std::vector<std::uint8_t> big(4096, 0);
+    Record full = send(big);
+    EXPECT_EQ(message(fd, {full, receive(4096)}).result, 8192);
+    Record half = send(std::vector<std::uint8_t>(2049, 0));
+    MessageResult tooBig = message(fd, {send({0x06}), half, half});
+    EXPECT_EQ(tooBig.result, -1);
+    EXPECT_EQ(tooBig.err, EMSGSIZE);
+    Record dual = send({0x06});
+    dual.txNbits = 2;
+    EXPECT_EQ(message(fd, {dual}).err, EINVAL);
+    EXPECT_EQ(readStatus(fd), 0x00);  // none of the refused Write Enables arrived
+    EXPECT_EQ(run().counters.failed, 4U);
+}
+
+TEST_F(SpidevTest, ChipSelectIsReleasedOnlyAfterCsChangeAndAtTheEnd)
+{
+    startWith(boardsim::Options());
+    std::memset(flash(), 0, 16);
+    // Without cs_change the erase opcode is a second byte of the Write
+    // Enable command: neither executes.
+    EXPECT_EQ(message(fd, {send({0x06}), send({0xC7})}).result, 2);
+    EXPECT_EQ(readStatus(fd), 0x00);
+    EXPECT_EQ(flash()[0], 0x00);
+    EXPECT_EQ(message(fd, {send({0x06}, true), send({0xC7})}).result, 2);
+    EXPECT_EQ(readStatus(fd) & 1, 1);
+    EXPECT_EQ(flash()[0], 0xFF);
+}
+
+TEST_F(SpidevTest, CsChangeOnTheLastRecordKeepsTheCommandGoingIntoTheNextMessage)
+{
+    startWith(boardsim::Options());
+    flash()[0x40] = 0x12;
+    flash()[0x41] = 0x34;
+    EXPECT_EQ(message(fd, {send(address24(0x03, 0x40), true)}).result, 4);
+    EXPECT_EQ(message(fd, {receive(2)}).rx[0], (std::vector<std::uint8_t>{0x12, 0x34}));
+    // That message ended the frame: a new one starts with an opcode.
+    EXPECT_EQ(readStatus(fd), 0x00);
+}
+
+TEST_F(SpidevTest, RecordsWithoutTxBufferClockOutZeros)
+{
+    startWith(boardsim::Options());
+    Record zeros;
+    zeros.length = 4;
+    const MessageResult result = message(fd, {send({0x06}, true), send(address24(0x02, 0x80)), zeros});
+    EXPECT_EQ(result.result, 9);  // the total length of the message
+    waitReady(fd);
+    EXPECT_EQ(readData(fd, 0x80, 5), (std::vector<std::uint8_t>{0, 0, 0, 0, 0xFF}));
+}
+
+TEST_F(SpidevTest, EveryMessageCostsOverheadAndItsBitsAtTheClock)
+{
+    startWith(boardsim::Options());
+    EXPECT_EQ(cost({send({0x05}), receive(1)}), 20000 + 800);  // 2 bytes at 20 MHz
+    std::uint32_t speed = 10000000;
+    ASSERT_EQ(ioctl(fd, SPI_IOC_WR_MAX_SPEED_HZ, &speed), 0);
+    EXPECT_EQ(cost({send({0x05}), receive(1)}), 20000 + 1600);
+    Record slow = send({0x05});
+    slow.speedHz = 1000000;
+    EXPECT_EQ(cost({slow}), 20000 + 8000);
+    Record fast = send({0x05, 0x00, 0x00});
+    fast.speedHz = 120000000;  // the controller runs it at 60 MHz
+    EXPECT_EQ(cost({fast}), 20000 + 400);
+    Record delayed = send({0x05});
+    delayed.delayUsecs = 5;
+    EXPECT_EQ(cost({delayed}), 20000 + 800 + 5000);
+}
+
+TEST_F(SpidevTest, MessageFaultFailsTheNthMessageOnly)
+{
+    boardsim::Options options;
+    options.faults = {"msg:2:EIO"};
+    startWith(options);
+    EXPECT_EQ(readStatus(fd), 0x00);
+    const MessageResult failed = message(fd, {send({0x06})});
+    EXPECT_EQ(failed.result, -1);
+    EXPECT_EQ(failed.err, EIO);
+    EXPECT_EQ(readStatus(fd), 0x00);  // the failed Write Enable never arrived
+    EXPECT_EQ(run().counters.failed, 1U);
+    EXPECT_EQ(run().counters.messages, 3U);
+}
+
+TEST_F(SpidevTest, MessageFaultFromNOnFailsEveryLaterMessage)
+{
+    boardsim::Options options;
+    options.faults = {"msg:2+:ETIMEDOUT"};
+    startWith(options);
+    EXPECT_EQ(message(fd, {send({0x05}), receive(1)}).result, 2);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(message(fd, {send({0x05}), receive(1)}).err, ETIMEDOUT);
+    }
+}
+
+TEST_F(SpidevTest, SetupFaultFailsThatRequestAndKeepsTheSetting)
+{
+    boardsim::Options options;
+    options.faults = {"setup:WR_MAX_SPEED_HZ:EIO"};
+    startWith(options);
+    std::uint32_t speed = 10000000;
+    int err = 0;
+    EXPECT_EQ(ioctl(fd, SPI_IOC_WR_MAX_SPEED_HZ, &speed, &err), -1);
+    EXPECT_EQ(err, EIO);
+    EXPECT_EQ(readSpeed(), 20000000U);
+    std::uint8_t mode = 0;
+    EXPECT_EQ(ioctl(fd, SPI_IOC_WR_MODE, &mode), 0);
+}
+
+TEST_F(SpidevTest, NodeAbsentFaultAndExtraPaths)
+{
+    boardsim::Options options;
+    options.spidevPaths = {"/tmp/boardsim-extra-spidev"};
+    start(options);
+    const int extra = open("/tmp/boardsim-extra-spidev", O_RDWR);
+    ASSERT_GE(extra, 0);
+    EXPECT_EQ(message(extra, {send({0x9F}), receive(1)}).rx[0][0], 0xEF);
+    close(extra);
+
+    SimFixture::TearDown();
+    SimFixture::SetUp();
+    boardsim::Options absent;
+    absent.faults = {"no-spidev"};
+    start(absent);
+    int err = 0;
+    EXPECT_EQ(open("/dev/spidev0.0", O_RDWR, &err), -1);
+    EXPECT_EQ(err, ENOENT);
+}
+
+TEST_F(SpidevTest, MessagesWhileTheDspIsNotHeldOffAreReported)
+{
+    startWith(boardsim::Options());
+    auto rules = [&] { return run().violationCount; };
+    readStatus(fd);
+    EXPECT_EQ(rules(), 1U);  // line 48 not exported
+    ASSERT_EQ(store("/sys/class/gpio/export", "48"), 0);
+    readStatus(fd);
+    EXPECT_EQ(rules(), 2U);  // an input does not hold the DSP
+    ASSERT_EQ(store("/sys/class/gpio/gpio48/direction", "out"), 0);
+    readStatus(fd);
+    EXPECT_EQ(rules(), 2U);  // output at 0: held
+    ASSERT_EQ(store("/sys/class/gpio/gpio48/value", "1"), 0);
+    readStatus(fd);
+    EXPECT_EQ(rules(), 3U);
+    EXPECT_STREQ(boardsim::violationRuleName(run().violations[2].rule), "gpio48-not-low");
+}
+
+TEST_F(SpidevTest, ReadAndWriteOnTheNodeAreSingleRecordMessages)
+{
+    startWith(boardsim::Options());
+    const std::uint8_t writeEnableByte = 0x06;
+    ssize_t result = 0;
+    int err = 0;
+    ASSERT_TRUE(sim().write(fd, &writeEnableByte, 1, result, err));
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(readStatus(fd), 0x02);
+    std::vector<std::uint8_t> buffer(5000);
+    ASSERT_TRUE(sim().read(fd, buffer.data(), buffer.size(), result, err));
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(err, EMSGSIZE);
+    ASSERT_TRUE(sim().read(fd, buffer.data(), 3, result, err));
+    EXPECT_EQ(result, 3);
+    EXPECT_EQ(buffer[0], 0xFF);  // a read alone sends zeros: no command
+    off_t position = 0;
+    ASSERT_TRUE(sim().seek(fd, 0, SEEK_SET, position, err));
+    EXPECT_EQ(err, ESPIPE);
+}
+
+}  // namespace
+}  // namespace boardsim_test
