@@ -274,14 +274,6 @@ TEST_F(AppenderTest, PeriodZeroCommitsContinuously) {
     }
 }
 
-TEST_F(AppenderTest, StopEndsTheWaitOfALongPeriod) {
-    // A stop that sat out the period would hold this test for 35 minutes.
-    TestAppender appender(path, LARGE_ROLLOVER, 50, NEVER);
-    appender->stop();
-    appender->stop();
-    SUCCEED();
-}
-
 TEST_F(AppenderTest, DestructorCommitsTheRemainingRecords) {
     TestAppender appender(path, LARGE_ROLLOVER, 50, NEVER);
     appender.manualCommits();

@@ -7,6 +7,8 @@
 //   logging_child disabled     a disabled INFO statement first, then an ERROR one
 //   logging_child elapsed      two statements 30 ms apart
 //   logging_child threads      the first statements from two threads at once
+//   logging_child atexit       statements from exit handlers registered before
+//                              and after the first statement
 //
 // With LOGGING_CHILD_STATIC_INIT set, a statement runs during static
 // initialisation, before main.
@@ -57,6 +59,9 @@ void logFromTwoThreads() {
     two.join();
 }
 
+void logAtExitRegisteredFirst() { MERIVAK_LOG_INFO("spi_logger", "exit handler registered first"); }
+void logAtExitRegisteredLast() { MERIVAK_LOG_INFO("spi_logger", "exit handler registered last"); }
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -78,6 +83,12 @@ int main(int argc, char** argv) {
         MERIVAK_LOG_INFO("spi_logger", "first");
         std::this_thread::sleep_for(std::chrono::milliseconds(30));
         MERIVAK_LOG_INFO("spi_logger", "second");
+    } else if (scenario == "atexit") {
+        // Exit handlers run in reverse order: "last" before the final commit
+        // that the first statement registers, "first" after it.
+        std::atexit(logAtExitRegisteredFirst);
+        MERIVAK_LOG_INFO("spi_logger", "main record");
+        std::atexit(logAtExitRegisteredLast);
     } else if (scenario == "threads") {
         logFromTwoThreads();
     } else {

@@ -263,6 +263,18 @@ TEST_F(LoggingProcessTest, LastRecordsBeforeExitAreCommitted) {
     EXPECT_EQ(messages(readFile(defaultLog())), expected);
 }
 
+TEST_F(LoggingProcessTest, StatementsFromExitHandlersReachTheFile) {
+    const ChildRun child =
+        run({"atexit"}, {"LOG4CPLUS_APPENDER=FILE", dirVariable(),
+                         "LOG4CPLUS_FILE_COMMIT_PERIOD_MSEC=4294967"});
+    EXPECT_EQ(child.exitStatus, 0) << child.err;
+    EXPECT_EQ(child.err, "");
+    EXPECT_EQ(messages(readFile(defaultLog())),
+              (std::vector<std::string>{"INFO spi_logger main record",
+                                        "INFO spi_logger exit handler registered last",
+                                        "INFO spi_logger exit handler registered first"}));
+}
+
 TEST_F(LoggingProcessTest, ExitEndsCleanlyWhileTheCommitThreadIsBusy) {
     // log4cplus closes the appenders and tears itself down at exit; a commit
     // thread that went on committing would report into the torn-down library.
