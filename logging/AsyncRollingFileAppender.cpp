@@ -128,7 +128,9 @@ void AsyncRollingFileAppender::commit() {
     }
     for (const tstring& record : batch) {
         out << record;
-        // The record that crosses the size stays whole in the old file.
+        // The record that crosses the size stays whole in the old file. The
+        // argument of rollover is about log4cplus's inter-process lock file
+        // (not used here), not about a mutex: the commit lock covers it.
         if (static_cast<std::streamoff>(out.tellp()) > maxFileSize) {
             rollover(false);
         }

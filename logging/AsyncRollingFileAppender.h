@@ -26,7 +26,10 @@
 
 namespace log4cplus {
 
-class AsyncRollingFileAppender : public RollingFileAppender, public thread::AbstractThread {
+// Final: the constructor starts the commit thread, which calls run() on an
+// object that must already be complete.
+class AsyncRollingFileAppender final : public RollingFileAppender,
+                                       public thread::AbstractThread {
 public:
     // Opens fileName for appending (its directory is not created), starts the
     // commit thread and writes the restart banner. The cache bound and the
@@ -110,6 +113,7 @@ private:
     int commitPeriodMs;
     tostringstream formatBuffer;
     unsigned long lostCount;
+    // log4cplus 2.0's thread::Mutex is always recursive (a std::recursive_mutex).
     thread::Mutex cacheMutex;   // guards cache and lostCount
     thread::Mutex commitMutex;  // serialises commits, close and so the file; taken before cacheMutex
 
