@@ -2,6 +2,7 @@
 
 #include "json_writer.h"
 #include "options.h"
+#include "program_check.h"
 #include "run_config.h"
 #include "run_file.h"
 #include "state_folder.h"
@@ -283,6 +284,11 @@ int runLauncher(int argc, const char* const* argv)
         return fail(error);
     }
 
+    const std::string program = findProgram(options.command[0]);
+    if (!program.empty() && staticallyLinked(program)) {
+        return fail(program + " is statically linked: the simulator cannot be loaded into it");
+    }
+
     const pid_t child = startCommand(options, library, runFile->path());
     if (child < 0) {
         return fail(std::string("cannot start the command: ") + std::strerror(errno));
@@ -298,6 +304,10 @@ int runLauncher(int argc, const char* const* argv)
     }
     if (!options.quiet) {
         std::fputs(summaryText(block).c_str(), stderr);
+    }
+    if (block.counters.processes == 0 && status != kCannotRun) {
+        std::fprintf(stderr, "boardsim: warning: no process of %s loaded %s, so none of it used the simulated board\n",
+                     options.command[0].c_str(), kLibraryName);
     }
     return status;
 }

@@ -2,12 +2,14 @@
 // the summary it builds.
 #include "chip_profiles.h"
 #include "options.h"
+#include "program_check.h"
 #include "run_config.h"
 #include "state_folder.h"
 #include "summary.h"
 
 #include <gtest/gtest.h>
 
+#include <elf.h>
 #include <fcntl.h>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -179,6 +181,23 @@ TEST_F(StateFolderTest, LoadsExportedLinesAndRefusesNonsense)
     EXPECT_NE(error.find("gpio48/direction"), std::string::npos) << error;
     unlink((line + "/direction").c_str());
     EXPECT_FALSE(boardsim::loadGpioTree(root, lines, error));
+}
+
+TEST_F(StateFolderTest, ProgramsWithoutAnInterpreterAreRecognised)
+{
+    EXPECT_EQ(boardsim::findProgram("sh").find('/'), 0U);
+    EXPECT_EQ(boardsim::findProgram("no-such-program-anywhere"), "");
+    EXPECT_FALSE(boardsim::staticallyLinked(boardsim::findProgram("sh")));  // dynamically linked
+    EXPECT_FALSE(boardsim::staticallyLinked("/etc/hostname"));               // not ELF at all
+
+    // An executable ELF header with no program headers: no interpreter.
+    Elf64_Ehdr header{};
+    std::memcpy(header.e_ident, ELFMAG, SELFMAG);
+    header.e_ident[EI_CLASS] = ELFCLASS64;
+    header.e_type = ET_EXEC;
+    const std::string program = root + "/static-program";
+    std::ofstream(program, std::ios::binary).write(reinterpret_cast<const char*>(&header), sizeof header);
+    EXPECT_TRUE(boardsim::staticallyLinked(program));
 }
 
 TEST(LauncherSummary, ReportsCountersHistoryAndViolations)

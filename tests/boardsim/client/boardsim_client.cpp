@@ -248,9 +248,9 @@ void spiSetup(int fd)
 
 // Ordinary files must behave as without the simulator, through every path a
 // program uses: raw descriptors, stdio and C++ streams.
-bool fileRoundTrip(const std::string& path)
+bool fileRoundTrip(const std::string& path, int& fd)
 {
-    const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0644);
+    fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC, 0644);
     if (fd < 0 || ::write(fd, "hello world", 11) != 11 || ::lseek(fd, 6, SEEK_SET) != 6) {
         return false;
     }
@@ -396,7 +396,9 @@ int run(int argc, char** argv)
                 ::close(file);
             }
         } else if (op == "file-check") {
-            std::cout << "file " << (fileRoundTrip(next()) ? "ok" : "broken") << '\n';
+            int file = -1;
+            const bool ok = fileRoundTrip(next(), file);
+            std::cout << "file " << (ok ? "ok" : "broken") << " fd " << file << '\n';
         } else if (op == "exit") {
             std::cout.flush();
             return std::stoi(next());
