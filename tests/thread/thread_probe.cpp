@@ -7,11 +7,13 @@
 //   thread_probe first-use <getter>
 //   thread_probe failed-creation <getter>
 //   thread_probe interrupt-handler default|plain|siginfo
+//   thread_probe foreign-unlock
 //
 // <getter>: lock-class-lock, thread-class-lock, handle-map,
 //           logger-class-lock, scope-map
 
 #include "thread/Lock.h"
+#include "thread/Monitor.h"
 #include "thread/Thread.h"
 #include "thread/ThreadLogger.h"
 
@@ -189,6 +191,42 @@ int interruptHandler(const std::string& mode) {
     return 0;
 }
 
+class ProbeMonitor : public thread::Monitor {
+public:
+    ProbeMonitor() : Monitor(false) {}
+    ~ProbeMonitor() override = default;
+};
+
+// Unlocking what another thread holds fails; the failure is passed on
+// unchanged and the other thread keeps its hold. (A ThreadSanitizer build
+// reports this misuse unless it runs with report_mutex_bugs=0.)
+int foreignUnlock() {
+    thread::Mutex mutex(false);
+    ProbeMonitor monitor;
+    std::atomic<int> stage{0};
+    std::thread holder([&] {
+        mutex.lock();
+        monitor.lock();
+        stage.store(1);
+        while (stage.load() != 2) {
+            std::this_thread::yield();
+        }
+        mutex.unlock();
+        monitor.unlock();
+    });
+    while (stage.load() != 1) {
+        std::this_thread::yield();
+    }
+    const int mutexResult = mutex.unlock();
+    const int monitorResult = monitor.unlock();
+    const bool stillHeld = !mutex.tryLock() && !monitor.tryLock();
+    stage.store(2);
+    holder.join();
+    std::printf("mutex-unlock=%d monitor-unlock=%d still-held=%d\n", mutexResult, monitorResult,
+                stillHeld);
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -198,7 +236,8 @@ int main(int argc, char** argv) {
     if (scenario == "first-use") return firstUse(argument);
     if (scenario == "failed-creation") return failedCreation(argument);
     if (scenario == "interrupt-handler") return interruptHandler(argument);
+    if (scenario == "foreign-unlock") return foreignUnlock();
     std::printf("usage: thread_probe timeout | first-use <getter> | failed-creation <getter> | "
-                "interrupt-handler default|plain|siginfo\n");
+                "interrupt-handler default|plain|siginfo | foreign-unlock\n");
     return 2;
 }

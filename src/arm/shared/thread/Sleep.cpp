@@ -16,7 +16,7 @@ int sleepMicroseconds(unsigned microseconds) {
         request.tv_sec = 0;
         request.tv_nsec = static_cast<long>(microseconds) * NANOSECONDS_PER_MICROSECOND;
     } else {
-        request.tv_sec = microseconds / MICROSECONDS_PER_SECOND;
+        request.tv_sec = static_cast<time_t>(microseconds / MICROSECONDS_PER_SECOND);
         request.tv_nsec =
             static_cast<long>(microseconds % MICROSECONDS_PER_SECOND) * NANOSECONDS_PER_MICROSECOND;
     }

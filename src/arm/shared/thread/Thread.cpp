@@ -44,6 +44,12 @@ void installInterruptHandlerOnce() {
     sigaction(Thread::INTERRUPT_SIGNAL, &action, nullptr);
 }
 
+// timeval's microseconds are wider than timespec's nanoseconds on 32-bit
+// targets with 64-bit time; a microsecond count always fits.
+long nanosecondsFromMicroseconds(long long microseconds) {
+    return static_cast<long>(microseconds * 1000);
+}
+
 }  // namespace
 
 Thread::Thread(const char* scope, int priority, bool constructionFlag, std::size_t stackSize)
@@ -156,7 +162,7 @@ void Thread::absoluteTime(timespec& result, int seconds) {
     timeval now{};
     gettimeofday(&now, nullptr);
     result.tv_sec = now.tv_sec + seconds;
-    result.tv_nsec = now.tv_usec * 1000;
+    result.tv_nsec = nanosecondsFromMicroseconds(now.tv_usec);
 }
 
 const pthread_attr_t* Thread::getCreationAttributes() const {

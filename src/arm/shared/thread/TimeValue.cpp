@@ -35,6 +35,12 @@ timespec readClock(clockid_t clockId) {
     return reading;
 }
 
+// timeval's microseconds are wider than timespec's nanoseconds on 32-bit
+// targets with 64-bit time; a microsecond count always fits.
+long nanosecondsFromMicroseconds(long long microseconds) {
+    return static_cast<long>(microseconds * 1000);
+}
+
 int32_t truncatedMicroseconds(long nanoseconds) {
     return static_cast<int32_t>(static_cast<double>(nanoseconds) / 1000.0);
 }
@@ -60,7 +66,8 @@ TimeValue::TimeValue(clockid_t clockId, const timespec& time) : TimeValue(clockI
 }
 
 TimeValue::TimeValue(clockid_t clockId, const timeval& time) : TimeValue(clockId, false) {
-    setTime(static_cast<int32_t>(time.tv_sec), static_cast<int32_t>(time.tv_usec * 1000));
+    setTime(static_cast<int32_t>(time.tv_sec),
+            static_cast<int32_t>(nanosecondsFromMicroseconds(time.tv_usec)));
 }
 
 TimeValue::TimeValue(clockid_t clockId, int32_t wholeSeconds) : TimeValue(clockId, false) {
@@ -212,7 +219,7 @@ void TimeValue::toTimeval(const timespec& in, timeval& out) {
 
 void TimeValue::toTimespec(const timeval& in, timespec& out) {
     out.tv_sec = in.tv_sec;
-    out.tv_nsec = in.tv_usec * 1000;
+    out.tv_nsec = nanosecondsFromMicroseconds(in.tv_usec);
 }
 
 int TimeValue::compare(const timespec& a, const timespec& b) {
