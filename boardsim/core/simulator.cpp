@@ -7,6 +7,7 @@
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
+#include <sys/sysmacros.h>
 
 #include <cerrno>
 #include <cstring>
@@ -260,6 +261,34 @@ bool Simulator::redirect(const char* path, std::string& target) const
     }
     target = m_paths.backing(device);
     return true;
+}
+
+Simulator::StatTarget Simulator::statTarget(const char* path, std::string& target, struct stat& info) const
+{
+    const DevicePath device = m_paths.classify(path);
+    switch (device.kind) {
+    case PathKind::kNone:
+        return StatTarget::kNone;
+    case PathKind::kSpidev:
+    case PathKind::kMelody: {
+        const bool spidev = device.kind == PathKind::kSpidev;
+        const Faults& faults = m_board->config().faults;
+        if ((spidev && faults.noSpidev != 0) || (!spidev && faults.noMelody != 0)) {
+            return StatTarget::kAbsent;
+        }
+        // Character device nodes as udev makes them: spidev's major 153,
+        // the sound device as a misc device (major 10).
+        info = {};
+        info.st_mode = S_IFCHR | (spidev ? 0600 : 0660);
+        info.st_rdev = spidev ? makedev(153, 0) : makedev(10, 130);
+        info.st_nlink = 1;
+        info.st_blksize = 4096;
+        return StatTarget::kDevice;
+    }
+    default:
+        target = m_paths.backing(device);
+        return StatTarget::kBacking;
+    }
 }
 
 Simulator::OpenOutcome Simulator::open(const char* path, int flags, mode_t mode, int& result, int& err,

@@ -13,6 +13,7 @@
 
 #include <poll.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <cstdint>
@@ -45,6 +46,13 @@ public:
     OpenOutcome open(const char* path, int flags, mode_t mode, int& result, int& err, std::string& redirect);
     // The state-folder path behind a GPIO folder path (for opendir).
     bool redirect(const char* path, std::string& target) const;
+
+    // What stat and access of a path look at: the real file (kNone), the
+    // state-folder file behind a GPIO path (kBacking, target set), or a
+    // simulated device node (kDevice, info filled; kAbsent when a fault
+    // removed it).
+    enum class StatTarget { kNone, kBacking, kDevice, kAbsent };
+    StatTarget statTarget(const char* path, std::string& target, struct stat& info) const;
     // fd now holds something that is not simulated (a real open, a dup).
     void forget(int fd);
     // After a successful dup of oldFd to newFd.

@@ -14,6 +14,7 @@
 #include <stdio_ext.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
@@ -245,6 +246,51 @@ std::int64_t nanoseconds(const timespec* time)
     return static_cast<std::int64_t>(time->tv_sec) * 1000000000LL + time->tv_nsec;
 }
 
+// stat-like calls: the path to look at instead, or a device node's data.
+enum class StatAnswer { kPass, kRedirect, kDevice, kAbsent };
+
+StatAnswer statAnswer(int dirfd, const char* path, std::string& target, struct stat& info)
+{
+    if (path == nullptr || path[0] == '\0') {
+        return StatAnswer::kPass;
+    }
+    const std::string full = pathAt(dirfd, path);
+    switch (simulator().statTarget(full.c_str(), target, info)) {
+    case Simulator::StatTarget::kBacking:
+        return StatAnswer::kRedirect;
+    case Simulator::StatTarget::kDevice:
+        return StatAnswer::kDevice;
+    case Simulator::StatTarget::kAbsent:
+        return StatAnswer::kAbsent;
+    case Simulator::StatTarget::kNone:
+        break;
+    }
+    return StatAnswer::kPass;
+}
+
+template <typename Stat, typename Real>
+int statAny(int dirfd, const char* path, Stat* buffer, Real real)
+{
+    std::string target;
+    struct stat info {};
+    switch (statAnswer(dirfd, path, target, info)) {
+    case StatAnswer::kRedirect:
+        return real(target.c_str());
+    case StatAnswer::kDevice:
+        *buffer = Stat{};
+        buffer->st_mode = info.st_mode;
+        buffer->st_rdev = info.st_rdev;
+        buffer->st_nlink = info.st_nlink;
+        buffer->st_blksize = info.st_blksize;
+        return 0;
+    case StatAnswer::kAbsent:
+        return failWith(ENOENT, -1);
+    case StatAnswer::kPass:
+        break;
+    }
+    return real(path);
+}
+
 int pollAny(pollfd* fds, nfds_t count, const timespec* timeout, const sigset_t* mask, bool& handled)
 {
     int result = 0;
@@ -419,6 +465,98 @@ DIR* opendir(const char* path)
         return BOARDSIM_REAL(opendir)(target.c_str());
     }
     return BOARDSIM_REAL(opendir)(path);
+}
+
+int stat(const char* path, struct stat* buffer) noexcept
+{
+    return statAny(AT_FDCWD, path, buffer, [&](const char* name) { return BOARDSIM_REAL(stat)(name, buffer); });
+}
+
+int stat64(const char* path, struct stat64* buffer) noexcept
+{
+    return statAny(AT_FDCWD, path, buffer, [&](const char* name) { return BOARDSIM_REAL(stat64)(name, buffer); });
+}
+
+int lstat(const char* path, struct stat* buffer) noexcept
+{
+    return statAny(AT_FDCWD, path, buffer, [&](const char* name) { return BOARDSIM_REAL(lstat)(name, buffer); });
+}
+
+int lstat64(const char* path, struct stat64* buffer) noexcept
+{
+    return statAny(AT_FDCWD, path, buffer, [&](const char* name) { return BOARDSIM_REAL(lstat64)(name, buffer); });
+}
+
+int fstatat(int dirfd, const char* path, struct stat* buffer, int flags) noexcept
+{
+    return statAny(dirfd, path, buffer, [&](const char* name) {
+        return BOARDSIM_REAL(fstatat)(name == path ? dirfd : AT_FDCWD, name, buffer, flags);
+    });
+}
+
+int fstatat64(int dirfd, const char* path, struct stat64* buffer, int flags) noexcept
+{
+    return statAny(dirfd, path, buffer, [&](const char* name) {
+        return BOARDSIM_REAL(fstatat64)(name == path ? dirfd : AT_FDCWD, name, buffer, flags);
+    });
+}
+
+int statx(int dirfd, const char* path, int flags, unsigned int mask, struct statx* buffer) noexcept
+{
+    std::string target;
+    struct stat info {};
+    switch (statAnswer(dirfd, path, target, info)) {
+    case StatAnswer::kRedirect:
+        return BOARDSIM_REAL(statx)(AT_FDCWD, target.c_str(), flags, mask, buffer);
+    case StatAnswer::kDevice:
+        *buffer = {};
+        buffer->stx_mask = STATX_TYPE | STATX_MODE | STATX_NLINK;
+        buffer->stx_mode = static_cast<std::uint16_t>(info.st_mode);
+        buffer->stx_nlink = 1;
+        buffer->stx_blksize = 4096;
+        buffer->stx_rdev_major = major(info.st_rdev);
+        buffer->stx_rdev_minor = minor(info.st_rdev);
+        return 0;
+    case StatAnswer::kAbsent:
+        return failWith(ENOENT, -1);
+    case StatAnswer::kPass:
+        break;
+    }
+    return BOARDSIM_REAL(statx)(dirfd, path, flags, mask, buffer);
+}
+
+int access(const char* path, int mode) noexcept
+{
+    std::string target;
+    struct stat info {};
+    switch (statAnswer(AT_FDCWD, path, target, info)) {
+    case StatAnswer::kRedirect:
+        return BOARDSIM_REAL(access)(target.c_str(), mode);
+    case StatAnswer::kDevice:
+        return (mode & X_OK) != 0 ? failWith(EACCES, -1) : 0;
+    case StatAnswer::kAbsent:
+        return failWith(ENOENT, -1);
+    case StatAnswer::kPass:
+        break;
+    }
+    return BOARDSIM_REAL(access)(path, mode);
+}
+
+int faccessat(int dirfd, const char* path, int mode, int flags) noexcept
+{
+    std::string target;
+    struct stat info {};
+    switch (statAnswer(dirfd, path, target, info)) {
+    case StatAnswer::kRedirect:
+        return BOARDSIM_REAL(faccessat)(AT_FDCWD, target.c_str(), mode, flags);
+    case StatAnswer::kDevice:
+        return (mode & X_OK) != 0 ? failWith(EACCES, -1) : 0;
+    case StatAnswer::kAbsent:
+        return failWith(ENOENT, -1);
+    case StatAnswer::kPass:
+        break;
+    }
+    return BOARDSIM_REAL(faccessat)(dirfd, path, mode, flags);
 }
 
 int close(int fd)

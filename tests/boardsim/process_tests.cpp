@@ -232,6 +232,18 @@ TEST_F(ProcessTest, SpidevServedAtAnotherPathAndDescriptorCallsWork)
     EXPECT_EQ(absolute.out, "open ok\ncloexec 0\ndup ok\nmsg 4 ef4015\nwrite 1\nread 2 ffff\nclose 0\n") << absolute.err;
 }
 
+TEST_F(ProcessTest, DeviceNodesAndGpioPathsExistForStatAndAccess)
+{
+    Outcome outcome = client({"stat", "/dev/spidev0.0", "stat", "/dev/mldalm", "stat", "/sys/class/gpio/gpio48",
+                              "gpio-write", "/sys/class/gpio/export", "48", "stat", "/sys/class/gpio/gpio48",
+                              "stat", "/sys/class/gpio/gpio48/value"});
+    EXPECT_EQ(outcome.out, "stat chr 153 0\naccess ok\nstat chr 10 130\naccess ok\nstat ENOENT\naccess ENOENT\n"
+                           "write ok\nstat dir\naccess ok\nstat file\naccess ok\n")
+        << outcome.err;
+    outcome = client({"stat", "/dev/spidev0.0"}, {"--quiet", "--fault", "no-spidev"});
+    EXPECT_EQ(outcome.out, "stat ENOENT\naccess ENOENT\n");
+}
+
 // --- GPIO through streams and raw descriptors ------------------------------
 
 TEST_F(ProcessTest, StreamPinBehavesAsOnTheBoard)

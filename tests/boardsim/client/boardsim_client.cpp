@@ -7,6 +7,8 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -395,6 +397,18 @@ int run(int argc, char** argv)
             if (file >= 0) {
                 ::close(file);
             }
+        } else if (op == "stat") {
+            const std::string path = next();
+            struct stat info {};
+            if (::stat(path.c_str(), &info) != 0) {
+                std::cout << "stat " << errnoText(errno) << '\n';
+            } else if (S_ISCHR(info.st_mode)) {
+                std::cout << "stat chr " << major(info.st_rdev) << ' ' << minor(info.st_rdev) << '\n';
+            } else {
+                std::cout << "stat " << (S_ISDIR(info.st_mode) ? "dir" : S_ISREG(info.st_mode) ? "file" : "other")
+                          << '\n';
+            }
+            std::cout << "access " << (::access(path.c_str(), R_OK | W_OK) == 0 ? "ok" : errnoText(errno)) << '\n';
         } else if (op == "file-check") {
             int file = -1;
             const bool ok = fileRoundTrip(next(), file);
