@@ -39,6 +39,9 @@ Lock::~Lock() {
     m_lockable.unlock();
 }
 
+// Like every process-wide object of this library, the class lock is made on
+// first use and never deleted, so it outlives static destructors and atexit
+// handlers that may still take it.
 Lockable& Lock::getClassLock() {
     try {
         static Mutex* const s_pClassLock = new Mutex(false);

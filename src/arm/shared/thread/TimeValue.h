@@ -37,8 +37,8 @@ public:
     bool isZero() const;
 
     // Compare seconds, then nanoseconds; the clock ids take no part. Each
-    // holds this value's lock while it reads the other through its
-    // getTimespec(), so two threads must not compare the same two values in
+    // holds this value's lock while it takes and releases the other's to
+    // read it, so two threads must not compare the same two values in
     // opposite orders at the same time.
     bool operator<(const TimeValue& other) const;
     bool operator>(const TimeValue& other) const;
