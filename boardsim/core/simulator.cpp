@@ -555,7 +555,8 @@ bool Simulator::poll(pollfd* fds, nfds_t count, const timespec* timeout, const s
     }
     auto pollReal = [&](const timespec* wait) {
         int ready = 0;
-        if (!real.empty() || wait != nullptr) {
+        const bool zeroWait = wait != nullptr && wait->tv_sec == 0 && wait->tv_nsec == 0;
+        if (!real.empty() || !zeroWait) {
             timespec copy = wait != nullptr ? *wait : timespec{};
             ready = static_cast<int>(syscall(SYS_ppoll, real.empty() ? nullptr : real.data(), real.size(),
                                              wait != nullptr ? &copy : nullptr, mask, _NSIG / 8));
