@@ -1,7 +1,9 @@
 # Install rules beyond the programs' own, and the Debian packages:
 #   merivak           the tool (installed by app/), its man page merivak(1)
 #                     and the default log folder /var/lib/vosta/log
-#   merivak-boardsim  the board simulator: launcher and preload library
+#   merivak-boardsim  the board simulator (launcher and preload library), when
+#                     boardsim/ installs it as the component "boardsim";
+#                     otherwise it is part of the package merivak
 # Packages are built with `cpack` in a build folder configured with
 # -DCMAKE_INSTALL_PREFIX=/usr (scripts/arm-package does this for amd64 and
 # armhf). Their library dependencies come from dpkg-shlibdeps; for a
@@ -29,15 +31,6 @@ install(FILES ${_merivak_man} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 # fixed default, whatever the installation prefix.
 install(DIRECTORY DESTINATION /var/lib/vosta/log)
 
-# The board simulator, in a package of its own: the launcher looks for its
-# preload library in the installed library folder.
-if(TARGET boardsim AND TARGET boardsim_preload)
-  install(TARGETS boardsim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT boardsim)
-  install(TARGETS boardsim_preload LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT boardsim)
-  install(FILES ${PROJECT_SOURCE_DIR}/boardsim/README.md
-    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/merivak-boardsim COMPONENT boardsim)
-endif()
-
 # ---- Debian packages ----
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME merivak)
@@ -51,7 +44,8 @@ set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 
 # Installs without a component (the tool from app/, the man page, the log
-# folder) form the package "merivak".
+# folder) form the package "merivak"; the component "boardsim" the package
+# "merivak-boardsim".
 set(CPACK_DEBIAN_UNSPECIFIED_PACKAGE_NAME merivak)
 set(CPACK_COMPONENT_UNSPECIFIED_DESCRIPTION
   "Service tool for the DSP's serial flash\n merivak reads, reprograms and verifies the SPI NOR flash from which the\n board's DSP boots, through spidev and sysfs GPIO: merivak read|write|check.")

@@ -39,6 +39,11 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
+# Libraries install into Debian's multiarch folder of the target, as
+# GNUInstallDirs does for native builds with the prefix /usr (it leaves that
+# out when cross-compiling).
+set(CMAKE_INSTALL_LIBDIR "lib/${MERIVAK_CROSS_TRIPLET}" CACHE PATH "Object code libraries (lib/${MERIVAK_CROSS_TRIPLET})")
+
 # ctest (and gtest_discover_tests) run the target's programs in user-mode
 # QEMU, with the sysroot as the root for the emulated dynamic loader.
 find_program(MERIVAK_QEMU_USER ${MERIVAK_CROSS_QEMU})
