@@ -2,6 +2,7 @@
 #include "sim_fixture.h"
 
 #include <fcntl.h>
+#include <linux/spi/spidev.h>
 
 #include <cstring>
 
@@ -67,6 +68,11 @@ protected:
         EXPECT_EQ(readStatus(fd) & 1, 0);
     }
 
+public:
+    std::uint8_t readStatusFor(int descriptor) { return readStatus(descriptor); }
+    void sleepFor(std::int64_t ns) { sim().sleep(ns, "test"); }
+
+protected:
     int fd = -1;
 };
 
@@ -242,6 +248,38 @@ TEST_F(FlashTest, ChipEraseTimeFollowsProfileAndTiming)
     startWith(slow);
     message(fd, {send({0x06}, true), send({0xC7})});
     expectBusyFor(40000 * kMs);
+}
+
+// The tool gives a chip erase ten runs of up to 3125 back-to-back status
+// reads, each followed by a one-second sleep: the default part finishes
+// within them, the slow-erase part must not.
+bool readyWithinTheToolsWaits(FlashTest& test, int fd)
+{
+    for (int wait = 0; wait < 10; ++wait) {
+        for (int poll = 0; poll < 3125; ++poll) {
+            if ((test.readStatusFor(fd) & 1) == 0) {
+                return true;
+            }
+        }
+        test.sleepFor(1000 * kMs);
+    }
+    return false;
+}
+
+TEST_F(FlashTest, SlowEraseProfileOutlastsTheToolsTenWaits)
+{
+    std::uint32_t speed = 10000000;  // the tool's clock
+    ASSERT_EQ(ioctl(fd, SPI_IOC_WR_MAX_SPEED_HZ, &speed), 0);
+    message(fd, {send({0x06}, true), send({0xC7})});
+    EXPECT_TRUE(readyWithinTheToolsWaits(*this, fd));
+
+    boardsim::Options slow;
+    slow.profile = "slow-erase";
+    startWith(slow);
+    ASSERT_EQ(ioctl(fd, SPI_IOC_WR_MAX_SPEED_HZ, &speed), 0);
+    message(fd, {send({0x06}, true), send({0xC7})});
+    EXPECT_FALSE(readyWithinTheToolsWaits(*this, fd));
+    EXPECT_GT(now(), 10 * 1000 * kMs);
 }
 
 TEST_F(FlashTest, FlipFaultChangesOnlyWhatIsReadBack)

@@ -303,6 +303,34 @@ TEST_F(ProcessTest, ActiveLowPinSeesTheElectricalFallAsRising)
     EXPECT_EQ(outcome.out, "wait timeout\nwait edge\n") << outcome.err;
 }
 
+TEST_F(ProcessTest, FortifiedEntryPointsReachTheSimulator)
+{
+    const Outcome outcome = simulate({"--quiet"}, {BOARDSIM_FORTIFIED_CLIENT, "49"});
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(outcome.out, "read 2 0 poll 0 ppoll 0\n");
+    EXPECT_EQ(traceEvents("gpio_open").size(), 2U);  // export and value (through the folder)
+    EXPECT_EQ(traceEvents("gpio_read").size(), 1U);
+}
+
+TEST_F(ProcessTest, PollAndEveryKindOfSleepOnTheMainThread)
+{
+    const Outcome outcome = client({"gpio-write", "/sys/class/gpio/export", "2", "gpio-write",
+                                    "/sys/class/gpio/gpio2/edge", "rising", "poll-value", "2", "4000", "clock-sleep",
+                                    "250000000", "std-sleep", "750"},
+                                   {"--quiet", "--edge", "2:rising@2.5"});
+    EXPECT_EQ(outcome.out, "write ok\nwrite ok\npoll 1 10\nclock_nanosleep 0\n") << outcome.err;  // POLLPRI|POLLERR
+    EXPECT_EQ(summaryObject().value("board_time_ns").toDouble(), 3.5e9);
+}
+
+TEST_F(ProcessTest, TheTraceSurvivesProgramsThatCloseOrReplaceDescriptors)
+{
+    const Outcome outcome = client({"closefrom", "3", "dup2-onto", "900", "dup2-onto", "901", "spi-open",
+                                    "/dev/spidev0.0", "spi-msg", "t:05/r:1"});
+    EXPECT_EQ(outcome.out, "dup2 ok\ndup2 ok\nopen ok\nmsg 2 00\n") << outcome.err;
+    EXPECT_EQ(traceEvents("spi_msg").size(), 1U);
+    EXPECT_EQ(traceEvents("process_exit").size(), 1U);
+}
+
 TEST_F(ProcessTest, StdioOutputOnAGpioFileIsDeliveredAtClose)
 {
     const Outcome outcome = client({"stdio-write", "/sys/class/gpio/export", "49\n", "stdio-write",

@@ -114,6 +114,10 @@ TEST_F(SpidevTest, MessagesAreCheckedBeforeAnythingReachesTheBus)
     std::vector<std::uint8_t> big(4096, 0);
     Record full = send(big);
     EXPECT_EQ(message(fd, {full, receive(4096)}).result, 8192);
+    // What third-party programmers send: a 4-byte command and bufsiz - 5
+    // bytes read under one chip select.
+    EXPECT_EQ(message(fd, {send(address24(0x03, 0)), receive(4091)}).result, 4095);
+    EXPECT_EQ(message(fd, {send(address24(0x03, 0)), receive(4097)}).err, EMSGSIZE);
     Record half = send(std::vector<std::uint8_t>(2049, 0));
     MessageResult tooBig = message(fd, {send({0x06}), half, half});
     EXPECT_EQ(tooBig.result, -1);
@@ -122,7 +126,7 @@ TEST_F(SpidevTest, MessagesAreCheckedBeforeAnythingReachesTheBus)
     dual.txNbits = 2;
     EXPECT_EQ(message(fd, {dual}).err, EINVAL);
     EXPECT_EQ(readStatus(fd), 0x00);  // none of the refused Write Enables arrived
-    EXPECT_EQ(run().counters.failed, 4U);
+    EXPECT_EQ(run().counters.failed, 5U);
 }
 
 TEST_F(SpidevTest, ChipSelectIsReleasedOnlyAfterCsChangeAndAtTheEnd)

@@ -22,6 +22,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <chrono>
 #include <vector>
 
 namespace {
@@ -330,6 +331,30 @@ int run(int argc, char** argv)
             const long long ns = std::stoll(next());
             const timespec request{static_cast<time_t>(ns / 1000000000LL), static_cast<long>(ns % 1000000000LL)};
             ::nanosleep(&request, nullptr);
+        } else if (op == "clock-sleep") {
+            const long long ns = std::stoll(next());
+            const timespec request{static_cast<time_t>(ns / 1000000000LL), static_cast<long>(ns % 1000000000LL)};
+            std::cout << "clock_nanosleep " << ::clock_nanosleep(CLOCK_MONOTONIC, 0, &request, nullptr) << '\n';
+        } else if (op == "std-sleep") {
+            std::this_thread::sleep_for(std::chrono::milliseconds(std::stoll(next())));
+        } else if (op == "poll-value") {
+            const int line = std::stoi(next());
+            const int timeoutMs = std::stoi(next());
+            const int file = ::open(("/sys/class/gpio/gpio" + std::to_string(line) + "/value").c_str(), O_RDONLY);
+            char discard[4];
+            if (::read(file, discard, sizeof discard) < 0) {
+                std::cout << "poll read " << errnoText(errno) << '\n';
+            }
+            pollfd watched{file, POLLPRI, 0};
+            const int ready = ::poll(&watched, 1, timeoutMs);
+            std::cout << "poll " << ready << ' ' << watched.revents << '\n';
+            ::close(file);
+        } else if (op == "closefrom") {
+            ::closefrom(std::stoi(next()));
+        } else if (op == "dup2-onto") {
+            const int target = std::stoi(next());
+            std::cout << "dup2 " << (::dup2(1, target) == target ? "ok" : errnoText(errno)) << '\n';
+            ::close(target);
         } else if (op == "thread-usleep") {
             const auto us = static_cast<useconds_t>(std::stoul(next()));
             std::thread([us] { ::usleep(us); }).join();
