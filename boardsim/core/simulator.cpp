@@ -517,9 +517,8 @@ bool Simulator::ioctl(int fd, unsigned long request, void* argument, int& result
     return true;
 }
 
-short Simulator::readiness(int fd, const OpenFile& file, short events) const
+short Simulator::readiness(const OpenFile& file, short events) const
 {
-    (void)fd;
     short mask = kDefaultPollMask;
     if (file.kind == FileKind::kGpioAttribute && file.attribute == GpioAttribute::kValue &&
         (m_gpio.generation(file.line) != file.generation || m_gpio.notifyCount(file.line) != file.seenNotify)) {
@@ -589,7 +588,7 @@ bool Simulator::poll(pollfd* fds, nfds_t count, const timespec* timeout, const s
                 watchedLine = file->line;
                 gone = gone || m_gpio.generation(file->line) != file->generation;
             }
-            fds[i].revents = readiness(fds[i].fd, *file, fds[i].events);
+            fds[i].revents = readiness(*file, fds[i].events);
             if (fds[i].revents != 0) {
                 ++ready;
             }
@@ -628,7 +627,7 @@ bool Simulator::poll(pollfd* fds, nfds_t count, const timespec* timeout, const s
             for (nfds_t i = 0; i < count; ++i) {
                 const OpenFile* file = m_files.peek(fds[i].fd);
                 if (file != nullptr) {
-                    fds[i].revents = readiness(fds[i].fd, *file, fds[i].events);
+                    fds[i].revents = readiness(*file, fds[i].events);
                     result += fds[i].revents != 0 ? 1 : 0;
                 }
             }

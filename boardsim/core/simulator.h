@@ -82,7 +82,7 @@ private:
     int bindNew(int backingFd, FileKind kind, const DevicePath& path, int flags, int& err);
     ssize_t readGpio(OpenFile& file, void* buffer, std::size_t count, int& err);
     ssize_t writeGpio(OpenFile& file, const void* buffer, std::size_t count, int& err);
-    short readiness(int fd, const OpenFile& file, short events) const;
+    short readiness(const OpenFile& file, short events) const;
     void traceOpen(const char* name, const DevicePath& path, int flags, int result, int err);
 
     std::unique_ptr<Board> m_board;

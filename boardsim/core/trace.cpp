@@ -11,8 +11,8 @@ constexpr int kTraceFdFloor = 900;
 
 Trace::~Trace()
 {
-    if (m_fd >= 0) {
-        sys::closeFile(m_fd);
+    if (fd() >= 0) {
+        sys::closeFile(fd());
     }
 }
 
@@ -38,13 +38,14 @@ bool Trace::open(const char* path)
 
 void Trace::moveAway()
 {
-    if (m_fd < 0) {
+    const int current = fd();
+    if (current < 0) {
         return;
     }
-    const int other = static_cast<int>(syscall(SYS_fcntl, m_fd, F_DUPFD_CLOEXEC, m_fd + 1));
+    const int other = static_cast<int>(syscall(SYS_fcntl, current, F_DUPFD_CLOEXEC, current + 1));
     if (other >= 0) {
-        sys::closeFile(m_fd);
-        m_fd = other;
+        m_fd.store(other, std::memory_order_relaxed);
+        sys::closeFile(current);
     }
 }
 
@@ -57,12 +58,13 @@ JsonWriter Trace::event(std::int64_t timeNs, const char* name)
 
 void Trace::emit(JsonWriter& event)
 {
-    if (m_fd < 0) {
+    const int current = fd();
+    if (current < 0) {
         return;
     }
     event.endObject();
     event.text() += '\n';
-    sys::writeAll(m_fd, event.text().data(), event.text().size());
+    sys::writeAll(current, event.text().data(), event.text().size());
 }
 
 }  // namespace boardsim

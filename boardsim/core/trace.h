@@ -5,6 +5,7 @@
 
 #include "json_writer.h"
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 
@@ -21,8 +22,9 @@ public:
     // the file cannot be opened.
     bool open(const char* path);
 
-    bool enabled() const { return m_fd >= 0; }
-    int fd() const { return m_fd; }
+    bool enabled() const { return m_fd.load(std::memory_order_relaxed) >= 0; }
+    // Read without the board lock by close() and friends, hence atomic.
+    int fd() const { return m_fd.load(std::memory_order_relaxed); }
 
     // Moves the trace to another descriptor number, because the program is
     // about to take this one (dup2 onto it).
@@ -35,7 +37,7 @@ public:
     void emit(JsonWriter& event);
 
 private:
-    int m_fd = -1;
+    std::atomic<int> m_fd{-1};
 };
 
 }  // namespace boardsim
