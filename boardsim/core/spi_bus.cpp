@@ -70,6 +70,17 @@ const char* setupName(unsigned long request)
     }
 }
 
+class TraceHold {
+public:
+    explicit TraceHold(Trace& trace) : m_trace(trace) { m_trace.hold(); }
+    ~TraceHold() { m_trace.release(); }
+    TraceHold(const TraceHold&) = delete;
+    TraceHold& operator=(const TraceHold&) = delete;
+
+private:
+    Trace& m_trace;
+};
+
 }  // namespace
 
 SpiBus::SpiBus(Board& board, FlashChip& chip) : m_board(board), m_chip(chip) {}
@@ -352,6 +363,8 @@ int SpiBus::message(int fd, const spi_ioc_transfer* records, unsigned count, con
         return 0;
     }
 
+    // The message's own line and the chip's lines go out together.
+    TraceHold hold(m_board.trace());
     std::uint64_t total = 0;
     std::int64_t busNs = kMessageOverheadNs;
     for (unsigned k = 0; k < count; ++k) {

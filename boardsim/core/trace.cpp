@@ -64,7 +64,22 @@ void Trace::emit(JsonWriter& event)
     }
     event.endObject();
     event.text() += '\n';
+    if (m_holding > 0) {
+        m_pending += event.text();
+        return;
+    }
     sys::writeAll(current, event.text().data(), event.text().size());
+}
+
+void Trace::release()
+{
+    if (m_holding > 0 && --m_holding == 0 && !m_pending.empty()) {
+        const int current = fd();
+        if (current >= 0) {
+            sys::writeAll(current, m_pending.data(), m_pending.size());
+        }
+        m_pending.clear();
+    }
 }
 
 }  // namespace boardsim

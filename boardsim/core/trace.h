@@ -33,11 +33,18 @@ public:
     // A writer that already holds {"t":time,"ev":name.
     static JsonWriter event(std::int64_t timeNs, const char* name);
 
-    // Closes the object and writes the line.
+    // Closes the object and writes the line (or keeps it while held).
     void emit(JsonWriter& event);
+
+    // Lines emitted between hold() and release() go out in one write at
+    // release(): the events of one SPI message cost one system call.
+    void hold() { ++m_holding; }
+    void release();
 
 private:
     std::atomic<int> m_fd{-1};
+    int m_holding = 0;
+    std::string m_pending;
 };
 
 }  // namespace boardsim
