@@ -1,9 +1,7 @@
 # Install rules beyond the programs' own, and the Debian packages:
 #   merivak           the tool (installed by app/), its man page merivak(1)
 #                     and the default log folder /var/lib/vosta/log
-#   merivak-boardsim  the board simulator (launcher and preload library), when
-#                     boardsim/ installs it as the component "boardsim";
-#                     otherwise it is part of the package merivak
+#   merivak-boardsim  the board simulator: launcher, preload library, README
 # Packages are built with `cpack` in a build folder configured with
 # -DCMAKE_INSTALL_PREFIX=/usr (scripts/arm-package does this for amd64 and
 # armhf). Their library dependencies come from dpkg-shlibdeps; for a
@@ -30,6 +28,15 @@ install(FILES ${_merivak_man} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 # create the folder itself: the package provides it. The path is the tool's
 # fixed default, whatever the installation prefix.
 install(DIRECTORY DESTINATION /var/lib/vosta/log)
+
+# The board simulator, in a package of its own: the launcher looks for its
+# preload library in the installed library folder.
+if(TARGET boardsim AND TARGET boardsim_preload)
+  install(TARGETS boardsim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT boardsim)
+  install(TARGETS boardsim_preload LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT boardsim)
+  install(FILES ${PROJECT_SOURCE_DIR}/boardsim/README.md
+    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/merivak-boardsim COMPONENT boardsim)
+endif()
 
 # ---- Debian packages ----
 set(CPACK_GENERATOR DEB)
