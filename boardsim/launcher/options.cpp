@@ -131,7 +131,7 @@ std::string usageText()
            "  --timing typ|max       typical (default) or maximum program/erase times\n"
            "  --trace FILE           write every device event, one JSON object a line\n"
            "  --summary FILE         write the run's summary as one JSON object\n"
-           "  --fault SPEC           inject a fault (repeatable; also $BOARDSIM_FAULTS):\n"
+           "  --fault FAULT           inject a fault (repeatable; also $BOARDSIM_FAULTS):\n"
            "                           msg:N:ERRNO  msg:N+:ERRNO  setup:REQ:ERRNO  no-spidev\n"
            "                           no-melody  busy  flip:ADDR:MASK  export-refused:LINE[:ERRNO]\n"
            "  --spidev PATH          also serve the SPI device at PATH (repeatable)\n"
@@ -144,12 +144,12 @@ std::string usageText()
 
 std::vector<std::string> splitFaultList(const std::string& text)
 {
-    std::vector<std::string> specs;
+    std::vector<std::string> texts;
     std::string current;
     for (const char c : text) {
         if (c == ',' || c == ' ' || c == '\t' || c == '\n') {
             if (!current.empty()) {
-                specs.push_back(current);
+                texts.push_back(current);
                 current.clear();
             }
         } else {
@@ -157,9 +157,9 @@ std::vector<std::string> splitFaultList(const std::string& text)
         }
     }
     if (!current.empty()) {
-        specs.push_back(current);
+        texts.push_back(current);
     }
-    return specs;
+    return texts;
 }
 
 }  // namespace boardsim

@@ -28,7 +28,7 @@ bool parseOptions(int argc, const char* const* argv, Options& options, std::stri
 // The usage text for --help.
 std::string usageText();
 
-// Splits the BOARDSIM_FAULTS text (comma- or blank-separated) into specs.
+// Splits the BOARDSIM_FAULTS text (comma- or blank-separated) into texts.
 std::vector<std::string> splitFaultList(const std::string& text);
 
 }  // namespace boardsim

@@ -96,12 +96,12 @@ bool setUpRun(const Options& options, const std::string& stateDir, const std::ve
     return true;
 }
 
-bool parseFault(const std::string& spec, Faults& faults, std::string& error)
+bool parseFault(const std::string& text, Faults& faults, std::string& error)
 {
-    const std::vector<std::string> parts = splitColons(spec);
+    const std::vector<std::string> parts = splitColons(text);
     const std::string& kind = parts[0];
     auto bad = [&](const std::string& why) {
-        error = "bad fault '" + spec + "': " + why;
+        error = "bad fault '" + text + "': " + why;
         return false;
     };
     auto errnoAt = [&](std::size_t index, int& value) {
@@ -185,27 +185,27 @@ bool parseFault(const std::string& spec, Faults& faults, std::string& error)
     return bad("unknown fault kind '" + kind + "'");
 }
 
-bool parseEdge(const std::string& spec, EdgeEvent& event, std::string& error)
+bool parseEdge(const std::string& text, EdgeEvent& event, std::string& error)
 {
     auto bad = [&]() {
-        error = "bad edge '" + spec + "': expected LINE:rising|falling@SECONDS, e.g. 2:falling@1.5";
+        error = "bad edge '" + text + "': expected LINE:rising|falling@SECONDS, e.g. 2:falling@1.5";
         return false;
     };
-    const std::size_t colon = spec.find(':');
-    const std::size_t at = spec.find('@');
+    const std::size_t colon = text.find(':');
+    const std::size_t at = text.find('@');
     if (colon == std::string::npos || at == std::string::npos || at < colon) {
         return bad();
     }
     unsigned long long line = 0;
-    if (!parseUnsigned(spec.substr(0, colon), kGpioLines - 1, line)) {
+    if (!parseUnsigned(text.substr(0, colon), kGpioLines - 1, line)) {
         return bad();
     }
-    const std::string kind = spec.substr(colon + 1, at - colon - 1);
+    const std::string kind = text.substr(colon + 1, at - colon - 1);
     if (kind != "rising" && kind != "falling") {
         return bad();
     }
     // Seconds as decimal text, converted exactly to nanoseconds.
-    const std::string seconds = spec.substr(at + 1);
+    const std::string seconds = text.substr(at + 1);
     const std::size_t dot = seconds.find('.');
     const std::string whole = seconds.substr(0, dot);
     const std::string fraction = dot == std::string::npos ? "" : seconds.substr(dot + 1);
@@ -276,8 +276,8 @@ bool buildRunConfig(const Options& options, const std::string& stateDir,
 
     std::vector<std::string> faults = options.faults;
     faults.insert(faults.end(), faultList.begin(), faultList.end());
-    for (const std::string& spec : faults) {
-        if (!parseFault(spec, config.faults, error)) {
+    for (const std::string& text : faults) {
+        if (!parseFault(text, config.faults, error)) {
             return false;
         }
     }
@@ -287,8 +287,8 @@ bool buildRunConfig(const Options& options, const std::string& stateDir,
         return false;
     }
     config.edgeCount = 0;
-    for (const std::string& spec : options.edges) {
-        if (!parseEdge(spec, config.edges[config.edgeCount], error)) {
+    for (const std::string& text : options.edges) {
+        if (!parseEdge(text, config.edges[config.edgeCount], error)) {
             return false;
         }
         ++config.edgeCount;

@@ -8,14 +8,14 @@
 
 namespace boardsim {
 
-// Adds one --fault SPEC to faults. False with a reason when SPEC is not valid.
-bool parseFault(const std::string& spec, Faults& faults, std::string& error);
+// Adds one --fault FAULT to faults. False with a reason when FAULT is not valid.
+bool parseFault(const std::string& text, Faults& faults, std::string& error);
 
 // Parses LINE:rising|falling@SECONDS. False with a reason when not valid.
-bool parseEdge(const std::string& spec, EdgeEvent& event, std::string& error);
+bool parseEdge(const std::string& text, EdgeEvent& event, std::string& error);
 
 // Fills config from options; stateDir is the absolute state folder and
-// faultList the extra fault specs from the environment.
+// faultList the extra faults from the environment.
 bool buildRunConfig(const Options& options, const std::string& stateDir,
                     const std::vector<std::string>& faultList, RunConfig& config, std::string& error);
 

@@ -67,9 +67,9 @@ TEST(LauncherFaults, ParsesEveryKind)
 {
     boardsim::Faults faults{};
     std::string error;
-    for (const char* spec : {"msg:3:EIO", "msg:7+:110", "setup:RD_MAX_SPEED_HZ:ENODEV", "no-spidev", "no-melody",
+    for (const char* text : {"msg:3:EIO", "msg:7+:110", "setup:RD_MAX_SPEED_HZ:ENODEV", "no-spidev", "no-melody",
                              "busy", "flip:0x1F:0x80", "export-refused:48", "export-refused:2:EPERM"}) {
-        EXPECT_TRUE(boardsim::parseFault(spec, faults, error)) << spec << ": " << error;
+        EXPECT_TRUE(boardsim::parseFault(text, faults, error)) << text << ": " << error;
     }
     ASSERT_EQ(faults.msgCount, 2U);
     EXPECT_EQ(faults.msg[0].index, 3U);
@@ -88,12 +88,12 @@ TEST(LauncherFaults, ParsesEveryKind)
 
 TEST(LauncherFaults, RefusesMalformedSpecs)
 {
-    for (const char* spec : {"msg:0:EIO", "msg:1:ENOTANERRNO", "msg:1", "setup:WR_FOO:EIO", "flip:1:0", "flip:x:1",
+    for (const char* text : {"msg:0:EIO", "msg:1:ENOTANERRNO", "msg:1", "setup:WR_FOO:EIO", "flip:1:0", "flip:x:1",
                              "export-refused:224", "busy:1", "explode"}) {
         boardsim::Faults faults{};
         std::string error;
-        EXPECT_FALSE(boardsim::parseFault(spec, faults, error)) << spec;
-        EXPECT_NE(error.find(spec), std::string::npos) << error;
+        EXPECT_FALSE(boardsim::parseFault(text, faults, error)) << text;
+        EXPECT_NE(error.find(text), std::string::npos) << error;
     }
 }
 
@@ -108,9 +108,9 @@ TEST(LauncherEdges, ParsesLineKindAndExactTime)
     ASSERT_TRUE(boardsim::parseEdge("143:rising@0.000000001", edge, error));
     EXPECT_EQ(edge.timeNs, 1);
     EXPECT_EQ(edge.level, 1);
-    for (const char* spec : {"2:up@1", "x:rising@1", "2:rising@1.", "2:rising@-1", "2:rising", "300:rising@1",
+    for (const char* text : {"2:up@1", "x:rising@1", "2:rising@1.", "2:rising@-1", "2:rising", "300:rising@1",
                              "2:rising@1.0000000001"}) {
-        EXPECT_FALSE(boardsim::parseEdge(spec, edge, error)) << spec;
+        EXPECT_FALSE(boardsim::parseEdge(text, edge, error)) << text;
     }
 }
 

@@ -174,13 +174,13 @@ private:
 
 // Records: "t:HEX" send, "r:N" receive, "tr:HEX" both, "z:N" neither; each
 // may end in ",cs" (cs_change) or ",speed=N".
-void spiMessage(int fd, const std::string& spec)
+void spiMessage(int fd, const std::string& text)
 {
     std::vector<std::string> parts;
     std::size_t start = 0;
-    while (start <= spec.size()) {
-        const std::size_t slash = spec.find('/', start);
-        parts.push_back(spec.substr(start, slash == std::string::npos ? std::string::npos : slash - start));
+    while (start <= text.size()) {
+        const std::size_t slash = text.find('/', start);
+        parts.push_back(text.substr(start, slash == std::string::npos ? std::string::npos : slash - start));
         if (slash == std::string::npos) {
             break;
         }
