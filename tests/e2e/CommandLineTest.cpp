@@ -2,6 +2,8 @@
 
 #include "E2eSupport.h"
 
+#include <unistd.h>
+
 using namespace boardtest;
 
 namespace {
@@ -91,6 +93,31 @@ TEST_F(CommandLine, SuccessEndsWithTheWaitingLineAndAFiveSecondPause)
     // The pause comes after the flash work: the DSP is already released.
     const int pause = findEvent(run, 0, "sleep", "us", "5000000");
     EXPECT_GT(pause, lastRelease(run));
+}
+
+// A std::exception that escapes an operation is printed on standard error and
+// fails the run. Reading a 1 GiB image into memory with too little memory
+// available makes the allocation throw std::bad_alloc.
+TEST_F(CommandLine, EscapingExceptionIsPrintedOnStandardError)
+{
+    const std::string huge = m_board.path("huge.bin");
+    writeFile(huge, Bytes{});
+    ASSERT_EQ(::truncate(huge.c_str(), 1L << 30), 0);
+
+    RunSettings settings;
+#if MERIVAK_TEST_ASAN
+    // AddressSanitizer needs a large address space; let its allocator refuse
+    // big blocks instead.
+    settings.environment = {{"ASAN_OPTIONS", "allocator_may_return_null=1:max_allocation_size_mb=256"}};
+    const RunResult run = m_board.merivak({"check", "huge.bin"}, settings);
+#else
+    const RunResult run =
+        m_board.run({"/bin/sh", "-c", std::string("ulimit -v 400000; exec ") + MERIVAK_BINARY + " check huge.bin"});
+#endif
+    EXPECT_EQ(run.status, 1) << run.describe();
+    EXPECT_TRUE(run.plainOutLines().empty()) << run.describe();
+    ASSERT_GE(run.err.size(), 15U) << run.describe();
+    EXPECT_EQ(run.err.substr(run.err.size() - 15), "std::bad_alloc\n") << run.describe();
 }
 
 TEST_F(CommandLine, FailedOperationPrintsNothingMore)

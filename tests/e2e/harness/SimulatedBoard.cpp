@@ -118,7 +118,14 @@ std::vector<std::string> commandEnvironment(const std::string& logFolder, const 
             startsWith(variable, "BOARDSIM_")) {
             continue;
         }
-        env.push_back(variable);
+        // The run's own settings replace inherited ones of the same name.
+        bool replaced = false;
+        for (const auto& setting : settings.environment) {
+            replaced = replaced || startsWith(variable, setting.first + "=");
+        }
+        if (!replaced) {
+            env.push_back(variable);
+        }
     }
     env.push_back("LOG4CPLUS_FILE_DIR=" + logFolder);
     for (const auto& [name, value] : settings.environment) {
