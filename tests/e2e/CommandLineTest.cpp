@@ -120,13 +120,4 @@ TEST_F(CommandLine, EscapingExceptionIsPrintedOnStandardError)
     EXPECT_EQ(run.err.substr(run.err.size() - 15), "std::bad_alloc\n") << run.describe();
 }
 
-TEST_F(CommandLine, FailedOperationPrintsNothingMore)
-{
-    writeFile(m_board.path("image.bin"), Bytes(300, 0x12));
-    const RunResult run = m_board.merivak({"check", "image.bin"});
-    expectFailedRun(run);
-    EXPECT_EQ(run.out.find("Waiting"), std::string::npos);
-    EXPECT_EQ(run.err, "");
-}
-
 }  // namespace

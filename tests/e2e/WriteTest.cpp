@@ -194,11 +194,6 @@ TEST_F(WriteFailure, AtTheLastPage)
     expectStopsAtPage(511, false);
 }
 
-TEST_F(WriteFailure, InThePollAfterAPage)
-{
-    expectStopsAtPage(300, true);
-}
-
 TEST_F(WriteFailure, InThePollAfterTheLastPage)
 {
     expectStopsAtPage(511, true);
