@@ -302,6 +302,22 @@ int pollAny(pollfd* fds, nfds_t count, const timespec* timeout, const sigset_t* 
     return result;
 }
 
+// freopen closes the stream's old descriptor inside the C library, where no
+// interposed close sees it, and reopens a real (never simulated) file.
+template <typename Real>
+FILE* freopenAny(FILE* stream, Real real)
+{
+    if (stream != nullptr) {
+        deliverPending(stream);
+        simulator().close(fileno(stream));
+    }
+    FILE* result = real();
+    if (result != nullptr) {
+        simulator().forget(fileno(result));
+    }
+    return result;
+}
+
 }  // namespace
 }  // namespace boardsim
 
@@ -407,29 +423,12 @@ FILE* fopen64(const char* path, const char* mode)
 
 FILE* freopen(const char* path, const char* mode, FILE* stream)
 {
-    // The C library closes the stream's descriptor itself.
-    if (stream != nullptr) {
-        deliverPending(stream);
-        simulator().close(fileno(stream));
-    }
-    FILE* result = BOARDSIM_REAL(freopen)(path, mode, stream);
-    if (result != nullptr) {
-        simulator().forget(fileno(result));
-    }
-    return result;
+    return freopenAny(stream, [&] { return BOARDSIM_REAL(freopen)(path, mode, stream); });
 }
 
 FILE* freopen64(const char* path, const char* mode, FILE* stream)
 {
-    if (stream != nullptr) {
-        deliverPending(stream);
-        simulator().close(fileno(stream));
-    }
-    FILE* result = BOARDSIM_REAL(freopen64)(path, mode, stream);
-    if (result != nullptr) {
-        simulator().forget(fileno(result));
-    }
-    return result;
+    return freopenAny(stream, [&] { return BOARDSIM_REAL(freopen64)(path, mode, stream); });
 }
 
 int fflush(FILE* stream)
