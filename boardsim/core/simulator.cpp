@@ -517,6 +517,12 @@ bool Simulator::ioctl(int fd, unsigned long request, void* argument, int& result
     return true;
 }
 
+bool Simulator::deviceRequest(unsigned long request)
+{
+    return _IOC_TYPE(request) == SPI_IOC_MAGIC || request == MelodyDevice::kTypeRequest ||
+           request == MelodyDevice::kStartStopRequest;
+}
+
 short Simulator::readiness(const OpenFile& file, short events) const
 {
     short mask = kDefaultPollMask;

@@ -64,6 +64,9 @@ public:
     bool write(int fd, const void* buffer, std::size_t count, ssize_t& result, int& err);
     bool seek(int fd, off_t offset, int whence, off_t& result, int& err);
     bool ioctl(int fd, unsigned long request, void* argument, int& result, int& err);
+    // Whether request is one of the simulated devices' own requests (spidev's
+    // and the alarm-sound device's).
+    static bool deviceRequest(unsigned long request);
     // Handles a poll that involves a simulated descriptor; false otherwise.
     bool poll(pollfd* fds, nfds_t count, const timespec* timeout, const sigset_t* mask, int& result, int& err);
 

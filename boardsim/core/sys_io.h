@@ -40,9 +40,17 @@ inline int truncateFile(int fd, off_t length)
     return static_cast<int>(syscall(SYS_ftruncate, fd, length));
 }
 
-inline int statFile(int fd, struct stat* info)
+// Fills the identity (st_dev, st_ino), type and size fields of info, and the
+// rest of what the kernel reports. On 32-bit targets the kernel's plain fstat
+// structure is not the C library's struct stat: there the 64-bit call fills
+// the kernel's stat64 and the fields are copied over, with EOVERFLOW for an
+// inode or size that does not fit (as the C library answers).
+int statFile(int fd, struct stat* info);
+
+// Whether fd is an open descriptor of this process.
+inline bool descriptorOpen(int fd)
 {
-    return static_cast<int>(syscall(SYS_fstat, fd, info));
+    return syscall(SYS_fcntl, fd, F_GETFD) >= 0;
 }
 
 inline int makeFolder(const char* path, mode_t mode)

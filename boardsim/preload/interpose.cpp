@@ -686,6 +686,13 @@ int ioctl(int fd, unsigned long request, ...) noexcept
     if (simulator().simulated(fd) && simulator().ioctl(fd, request, argument, result, err)) {
         return result < 0 ? failWith(err, result) : result;
     }
+    // The kernel answers EBADF for any ioctl on a descriptor that is not
+    // open. Emulators of other architectures do not always (qemu-user says
+    // ENOSYS), so the devices' own requests on such a descriptor are answered
+    // here, the way the board's kernel would; nothing else is touched.
+    if (Simulator::deviceRequest(request) && !boardsim::sys::descriptorOpen(fd)) {
+        return failWith(EBADF, -1);
+    }
     return BOARDSIM_REAL(ioctl)(fd, request, argument);
 }
 
