@@ -29,7 +29,9 @@ AsyncRollingFileAppender::AsyncRollingFileAppender(const tstring& fileName, long
       stopMutex(),
       stopSignal(),
       stopRequested(false),
-      commitThreadId() {
+      commitThreadId(),
+      joinOnce(),
+      fileClosed(false) {
     // The banner is written under the commit lock: the commit thread's first
     // commit, which may start at once, waits until the banner is complete.
     thread::MutexGuard commitGuard(commitMutex);
@@ -181,6 +183,7 @@ void AsyncRollingFileAppender::close() {
         commit();
     }
     RollingFileAppender::close();
+    fileClosed.store(true, std::memory_order_release);
 }
 
 void AsyncRollingFileAppender::stop() {

@@ -17,6 +17,7 @@
 #include <log4cplus/streams.h>
 #include <log4cplus/tstring.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -73,6 +74,12 @@ public:
     // commit thread itself it only asks the thread to end.
     void stop();
 
+    // True once close() has run, whoever called it (log4cplus closes every
+    // appender when it shuts down at process exit). A closed appender
+    // commits nothing more, so exit-time code checks this instead of asking
+    // log4cplus, which may already be torn down.
+    bool hasClosed() const { return fileClosed.load(std::memory_order_acquire); }
+
     int getMaxCacheEntries() const { return maxCacheEntries; }
     int getCommitPeriodMs() const { return commitPeriodMs; }
     // The rollover size the base class applies.
@@ -123,6 +130,8 @@ private:
     bool stopRequested;               // guarded by stopMutex
     std::thread::id commitThreadId;   // guarded by stopMutex
     std::once_flag joinOnce;
+
+    std::atomic<bool> fileClosed;  // set at the end of close()
 };
 
 }  // namespace log4cplus

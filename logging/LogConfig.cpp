@@ -82,8 +82,13 @@ void applyLoggerLevels(const char* list) {
 }  // namespace
 
 log4cplus::AsyncRollingFileAppender* getFileAppender() {
-    static log4cplus::AsyncRollingFileAppender* const instance = createFileAppender();
-    return instance;
+    // The process holds a reference of its own that it never releases: when
+    // log4cplus shuts down at exit it drops the root logger's reference, and
+    // the appender must not die with it while this pointer is still handed
+    // out (the exit-time commit runs around that shutdown).
+    static const log4cplus::SharedAppenderPtr* const instance =
+        new log4cplus::SharedAppenderPtr(createFileAppender());
+    return static_cast<log4cplus::AsyncRollingFileAppender*>(instance->get());
 }
 
 std::string defaultLogFileName() {
@@ -99,8 +104,21 @@ void configureAppender(const log4cplus::SharedAppenderPtr& appender) {
 }
 
 void commitFileAppender() {
+    log4cplus::AsyncRollingFileAppender* const file = getFileAppender();
+    // Closed means log4cplus has already shut down (or an owner closed the
+    // file): its logger tree may be gone, so it is not asked anything, and
+    // close() has already written what was cached.
+    if (file->hasClosed()) {
+        return;
+    }
     if (log4cplus::Logger::getRoot().getAppender(FILE_APPENDER_NAME)) {
-        getFileAppender()->commit();
+        // The commit thread ends here, while log4cplus is whole: otherwise it
+        // would go on committing (and end, running log4cplus's per-thread
+        // clean-up) in the middle of log4cplus's own teardown, which closes
+        // the appender after this handler. Records logged after this point
+        // (by later exit handlers) are written by that close.
+        file->stop();
+        file->commit();
     }
 }
 

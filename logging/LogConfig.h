@@ -24,7 +24,7 @@ extern const char* const LOG_RECORD_PATTERN;
 void configureLogging();
 
 // The process-wide file appender, created from the variables on the first
-// call and never destroyed.
+// call and never destroyed, not even by log4cplus's shutdown.
 log4cplus::AsyncRollingFileAppender* getFileAppender();
 
 // The executable's base name cut at its first '.', plus ".log".
@@ -35,8 +35,9 @@ std::string defaultLogFileName();
 void configureAppender(const log4cplus::SharedAppenderPtr& appender);
 
 // The final commit of the file cache at process exit (registered with
-// atexit); does nothing once the appender named "FILE" is gone from the root
-// logger.
+// atexit): ends the commit thread, then commits. Does nothing once the
+// appender named "FILE" is gone from the root logger, or once the appender
+// has been closed (log4cplus closes it when it shuts down).
 void commitFileAppender();
 
 #endif

@@ -9,11 +9,16 @@
 //   logging_child threads      the first statements from two threads at once
 //   logging_child atexit       statements from exit handlers registered before
 //                              and after the first statement
+//   logging_child exitthread N N INFO records; an exit handler that runs after
+//                              the final commit prints whether the commit
+//                              thread still runs, then logs one more record
 //
 // With LOGGING_CHILD_STATIC_INIT set, a statement runs during static
 // initialisation, before main.
 
+#include "logging/AsyncRollingFileAppender.h"
 #include "logging/Log.h"
+#include "logging/LogConfig.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -62,6 +67,15 @@ void logFromTwoThreads() {
 void logAtExitRegisteredFirst() { MERIVAK_LOG_INFO("spi_logger", "exit handler registered first"); }
 void logAtExitRegisteredLast() { MERIVAK_LOG_INFO("spi_logger", "exit handler registered last"); }
 
+// Runs after the final commit and before log4cplus shuts down: by then the
+// commit thread must be gone, so that it has no part in log4cplus's teardown.
+void reportCommitThreadAtExit() {
+    std::printf("commit thread running at exit: %s\n",
+                getFileAppender()->isRunning() ? "yes" : "no");
+    std::fflush(stdout);
+    MERIVAK_LOG_INFO("spi_logger", "record after the final commit");
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -76,6 +90,12 @@ int main(int argc, char** argv) {
             MERIVAK_LOG_INFO("spi_logger", "exit record " << number);
         }
         std::exit(0);
+    } else if (scenario == "exitthread" && argc > 2) {
+        std::atexit(reportCommitThreadAtExit);
+        const int count = std::atoi(argv[2]);
+        for (int number = 1; number <= count; ++number) {
+            MERIVAK_LOG_INFO("spi_logger", "exit record " << number);
+        }
     } else if (scenario == "disabled") {
         MERIVAK_LOG_INFO("spi_logger", composed("info"));
         MERIVAK_LOG_ERROR("spi_logger", composed("error"));

@@ -287,6 +287,31 @@ TEST_F(LoggingProcessTest, ExitEndsCleanlyWhileTheCommitThreadIsBusy) {
     EXPECT_EQ(messages(readFile(defaultLog())).size(), 5u * 3u);
 }
 
+TEST_F(LoggingProcessTest, FinalCommitEndsTheCommitThreadAndEveryRecordIsWrittenOnce) {
+    // A commit thread still running when log4cplus tears itself down at exit
+    // commits, and ends, inside that teardown. The final commit ends it first;
+    // the record logged after it is written when log4cplus closes the file.
+    // Continuous commits keep the thread busy at the moment of exit.
+    const int rounds = 10;
+    const int count = 30;
+    std::vector<std::string> expected;
+    for (int round = 0; round < rounds; ++round) {
+        const ChildRun child =
+            run({"exitthread", std::to_string(count)},
+                {"LOG4CPLUS_APPENDER=FILE", dirVariable(), "LOG4CPLUS_FILE_COMMIT_PERIOD_MSEC=0",
+                 "LOG4CPLUS_FILE_CACHE_SIZE=100"});
+        ASSERT_EQ(child.exitStatus, 0) << child.err;
+        EXPECT_EQ(child.err, "");
+        EXPECT_NE(child.out.find("commit thread running at exit: no\n"), std::string::npos)
+            << child.out;
+        for (int number = 1; number <= count; ++number) {
+            expected.push_back("INFO spi_logger exit record " + std::to_string(number));
+        }
+        expected.push_back("INFO spi_logger record after the final commit");
+    }
+    EXPECT_EQ(messages(readFile(defaultLog())), expected);
+}
+
 TEST_F(LoggingProcessTest, FirstStatementReportsZeroAndLaterOnesCountFromIt) {
     const ChildRun child = run({"elapsed"}, {"LOG4CPLUS_APPENDER=CONSOLE"});
     const std::vector<Record> lines = records(child.out);
