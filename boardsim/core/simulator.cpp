@@ -335,7 +335,8 @@ bool Simulator::close(int fd)
     return true;
 }
 
-bool Simulator::read(int fd, void* buffer, std::size_t count, ssize_t& result, int& err)
+template <typename SpidevIo, typename GpioIo>
+bool Simulator::transfer(int fd, int refusedAccess, ssize_t& result, int& err, SpidevIo spidev, GpioIo gpio)
 {
     if (m_files.peek(fd) == nullptr) {
         return false;
@@ -346,55 +347,38 @@ bool Simulator::read(int fd, void* buffer, std::size_t count, ssize_t& result, i
         return false;
     }
     err = 0;
-    if (file->access == O_WRONLY) {
+    if (file->access == refusedAccess) {
         err = EBADF;
         result = -1;
         return true;
     }
     switch (file->kind) {
     case FileKind::kSpidev:
-        result = m_bus.read(fd, buffer, count, err);
+        result = spidev();
         break;
     case FileKind::kMelody:
         err = EINVAL;
         result = -1;
         break;
     default:
-        result = readGpio(*file, buffer, count, err);
+        result = gpio(*file);
         break;
     }
     return true;
 }
 
+bool Simulator::read(int fd, void* buffer, std::size_t count, ssize_t& result, int& err)
+{
+    return transfer(
+        fd, O_WRONLY, result, err, [&] { return m_bus.read(fd, buffer, count, err); },
+        [&](OpenFile& file) { return readGpio(file, buffer, count, err); });
+}
+
 bool Simulator::write(int fd, const void* buffer, std::size_t count, ssize_t& result, int& err)
 {
-    if (m_files.peek(fd) == nullptr) {
-        return false;
-    }
-    BoardLock lock(*m_board);
-    OpenFile* file = currentChecked(fd);
-    if (file == nullptr) {
-        return false;
-    }
-    err = 0;
-    if (file->access == O_RDONLY) {
-        err = EBADF;
-        result = -1;
-        return true;
-    }
-    switch (file->kind) {
-    case FileKind::kSpidev:
-        result = m_bus.write(fd, buffer, count, err);
-        break;
-    case FileKind::kMelody:
-        err = EINVAL;
-        result = -1;
-        break;
-    default:
-        result = writeGpio(*file, buffer, count, err);
-        break;
-    }
-    return true;
+    return transfer(
+        fd, O_RDONLY, result, err, [&] { return m_bus.write(fd, buffer, count, err); },
+        [&](OpenFile& file) { return writeGpio(file, buffer, count, err); });
 }
 
 ssize_t Simulator::readGpio(OpenFile& file, void* buffer, std::size_t count, int& err)

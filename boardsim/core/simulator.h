@@ -80,6 +80,10 @@ private:
     explicit Simulator(std::unique_ptr<Board> board);
     OpenFile* current(int fd);
     OpenFile* currentChecked(int fd);
+    // read() and write() share the checks; `refusedAccess` is the open mode
+    // that forbids the transfer, `spidev` and `gpio` do it on each device.
+    template <typename SpidevIo, typename GpioIo>
+    bool transfer(int fd, int refusedAccess, ssize_t& result, int& err, SpidevIo spidev, GpioIo gpio);
     int openDevice(const DevicePath& path, int flags, int& err);
     int openGpio(const DevicePath& path, int flags, int& err);
     int bindNew(int backingFd, FileKind kind, const DevicePath& path, int flags, int& err);
