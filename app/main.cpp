@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // merivak read|write|check FILENAME
 //
 // Reads, reprograms or verifies the serial flash from which the DSP boots.

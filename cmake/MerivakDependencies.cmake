@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Qt Core (6 by default, 5.15 with -DMERIVAK_QT=5) and log4cplus 2.0, from
 # the distribution's packages. Code links the versionless Qt::Core target.
 if(MERIVAK_QT STREQUAL "6")

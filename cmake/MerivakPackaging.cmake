@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Install rules beyond the programs' own, and the Debian packages:
 #   merivak           the tool (installed by app/), its man page merivak(1)
 #                     and the default log folder /var/lib/vosta/log

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # MERIVAK_SANITIZE=address builds everything with AddressSanitizer and
 # UndefinedBehaviorSanitizer; MERIVAK_SANITIZE=thread with ThreadSanitizer.
 if(MERIVAK_SANITIZE STREQUAL "address")

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Warnings that catch real bugs, all treated as errors, for the project's own
 # targets. Applied per target with merivak_warnings(<target>) so that
 # third-party code (GoogleTest macros aside) is not held to them.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #ifndef MERIVAK_LOGGING_LOG_H
 #define MERIVAK_LOGGING_LOG_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "logging/LogConfig.h"
 
 #include "logging/AsyncRollingFileAppender.h"

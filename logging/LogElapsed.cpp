@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "logging/Log.h"
 #include "logging/LogConfig.h"
 

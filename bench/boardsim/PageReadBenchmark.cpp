@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What simulating the tool's read-out costs the host. The tool reads a page
 // with one two-record message (4 command bytes, 256 data bytes) and then
 // polls the status once (two one-byte records); the real 10 MHz bus needs

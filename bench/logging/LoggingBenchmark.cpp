@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What one INFO statement costs the thread that issues it, with each kind of
 // file appender behind the logger:
 //   cached     - the system's AsyncRollingFileAppender (bound 50, 80 ms, as configured by default)

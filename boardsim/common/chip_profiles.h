@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The chip profiles the launcher offers with --profile.
 #pragma once
 

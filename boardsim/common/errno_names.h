@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // errno values by name and back, for fault options and the trace.
 #pragma once
 

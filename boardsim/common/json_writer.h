@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A small streaming JSON writer for the trace lines and the summary: keys in
 // the order written, commas handled, strings escaped.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "path_text.h"
 
 #include <vector>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lexical path handling shared by the launcher and the library.
 #pragma once
 

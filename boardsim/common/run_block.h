@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The run block: one file, mapped MAP_SHARED by the launcher and by every
 // process of a run, that holds the run's configuration (written once by the
 // launcher) and the board's live state (virtual clock, chip registers, GPIO

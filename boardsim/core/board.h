@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The board as one process sees it: the run block shared with the launcher
 // and the other processes of the run, the mapped flash content, the trace,
 // the virtual clock and the records kept for the summary.

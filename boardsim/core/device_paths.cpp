@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "device_paths.h"
 
 #include "path_text.h"

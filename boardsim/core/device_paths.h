@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Which simulated device, if any, a path names.
 #pragma once
 

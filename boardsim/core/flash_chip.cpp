@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "flash_chip.h"
 
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The 25-series SPI NOR flash behind the spidev node. It sees what a real
 // chip sees: chip select going low, bytes clocked in and out, chip select
 // going high. A command is decoded per chip-select frame; program, erase and

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "gpio_sysfs.h"
 
 #include "sys_io.h"

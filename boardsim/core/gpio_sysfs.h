@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The kernel's sysfs GPIO interface: export and unexport, the four attribute
 // files of an exported line, levels with active_low, armed edges that wake a
 // poll on the value file. The model state lives in the run block; every

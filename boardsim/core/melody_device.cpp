@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "melody_device.h"
 
 #include "errno_names.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The alarm-sound device "/dev/mldalm": a type request that selects the
 // melody and a start/stop request that switches the sound on and off.
 #pragma once

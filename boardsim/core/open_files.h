@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The process's simulated descriptors: which descriptor numbers stand for a
 // simulated device file, and that file's state (kind, access mode, offset).
 //

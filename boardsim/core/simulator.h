@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The simulated board as the interposed C library calls reach it: opens of
 // device paths, and the calls on the descriptors they return. Every call that
 // is not about a simulated device is left to the caller to pass on.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "spi_bus.h"
 
 #include "errno_names.h"

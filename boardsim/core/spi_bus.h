@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The spidev character device and its controller: the set-up requests with
 // the driver's validation and read-back, SPI_IOC_MESSAGE with the driver's
 // checks and chip-select handling, read and write as one-record messages.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sys_io.h"
 
 #include <cerrno>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The simulator's own file operations, made as direct system calls so that
 // they never pass through the interposed C library functions (no recursion
 // into the simulator, no sanitizer interceptors) and work before the C

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The trace file: one JSON object a line, appended by every process of the
 // run. Each line goes out in one write on a descriptor opened with O_APPEND,
 // under the board lock, so lines never mix and their times never go back.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One run of the launcher: options, state folder, run block, the command
 // with the preload library, the summary.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // boardsim [options] -- COMMAND [ARGS...]: runs COMMAND against the simulated
 // board. See boardsim/README.md.
 #include "launcher.h"

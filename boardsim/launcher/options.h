@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The launcher's command line: boardsim [options] -- COMMAND [ARGS...]
 #pragma once
 

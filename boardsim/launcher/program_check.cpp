@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "program_check.h"
 
 #include <elf.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Checks on the command before it runs.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "run_config.h"
 
 #include "chip_profiles.h"

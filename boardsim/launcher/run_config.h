@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Turns the launcher's options into the run block's configuration.
 #pragma once
 

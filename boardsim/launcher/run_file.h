@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The launcher's side of the run block: creates the file, maps it and sets up
 // the process-shared lock.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The board state folder: DIR/flash.bin and the GPIO tree DIR/gpio.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the launcher reports at the end of a run, from the run block.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The interposed C library functions. Each one hands calls on simulated
 // paths and descriptors to the simulator and passes everything else, with its
 // arguments untouched, to the next definition.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The next definition of an interposed function (the C library's, or a
 // sanitizer runtime's when one is loaded first), found once with
 // dlsym(RTLD_NEXT) and kept.

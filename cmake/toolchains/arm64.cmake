@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Cross-build for 64-bit ARM (Debian arm64).
 #   cmake -S . -B build-arm-arm64 -DCMAKE_TOOLCHAIN_FILE=cmake/toolchains/arm64.cmake
 # scripts/cross arm64 prepares the compiler and the sysroot and does this.

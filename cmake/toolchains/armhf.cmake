@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Cross-build for the board: 32-bit ARM, hard-float (Debian armhf).
 #   cmake -S . -B build-arm-armhf -DCMAKE_TOOLCHAIN_FILE=cmake/toolchains/armhf.cmake
 # scripts/cross armhf prepares the compiler and the sysroot and does this.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Shared part of the ARM toolchain files (armhf.cmake, arm64.cmake): Debian's
 # cross compilers (crossbuild-essential-<arch>) and a sysroot unpacked from
 # the target architecture's Debian packages by scripts/arm-sysroot. The

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Checks what the ARM test runs rely on, natively and under user-mode QEMU:
 // a program started by a test program runs (through the binfmt handler when
 // emulated) with its own argv[0], gets LD_PRELOAD in its own loader, not in

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * The binfmt_misc interpreter for ARM programs started by other ARM programs
  * during the emulated test run (a test that spawns a helper process, the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Calls from several threads at once: the board lock and the descriptor
 // table must keep every operation whole (run under ThreadSanitizer too).
 #include "sim_fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The SPI NOR flash model, driven byte by byte through spidev messages.
 #include "sim_fixture.h"
 

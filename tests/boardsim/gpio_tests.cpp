@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // sysfs GPIO: export and unexport, attribute stores with the kernel's errors,
 // active_low, and edge waits in virtual time.
 #include "sim_fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The launcher's option, fault and edge parsing, its state folder checks and
 // the summary it builds.
 #include "chip_profiles.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The alarm-sound device.
 #include "sim_fixture.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The launcher and the preload library together, with real programs: the
 // client program drives the devices through the real C library calls and
 // C++ streams, the tests look at its output, the trace, the summary and the

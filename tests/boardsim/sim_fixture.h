@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs the device models in the test process: a run block and a state folder
 // of its own per test, set up as the launcher does, and a simulator attached
 // to them. Descriptors and calls go straight to the simulator (no preload).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The spidev node: set-up requests, message validation, chip select across
 // records and messages, bus time, faults and the DSP-hold rule.
 #include "sim_fixture.h"

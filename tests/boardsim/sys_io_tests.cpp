@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The simulator's direct system calls agree with the C library: the flash
 // file's size check and the descriptor identity check depend on it, on every
 // target (32-bit ARM's kernel stat layout differs from the C library's).

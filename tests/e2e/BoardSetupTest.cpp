@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What making the HAL instance does to the board: the SPI device set-up, the
 // melody device's cycle, and line 48's set-up on its first use.
 

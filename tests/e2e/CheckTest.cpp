@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // "check": the verdict on whether the flash holds an image.
 
 #include "E2eSupport.h"

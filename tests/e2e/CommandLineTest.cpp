@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The front end: arguments, messages, streams and exit status.
 
 #include "E2eSupport.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #ifndef MERIVAK_TESTS_E2E_E2ESUPPORT_H
 #define MERIVAK_TESTS_E2E_E2ESUPPORT_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Chip erase and status polling, seen through "write".
 
 #include "E2eSupport.h"

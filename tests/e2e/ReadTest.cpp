@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // "read": the firmware area saved into a file, only after all of it was read.
 
 #include "E2eSupport.h"

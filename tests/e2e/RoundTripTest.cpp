@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // write, check and read one after another on one persistent board, as an
 // update script does; also reports the board time each one took against the
 // time the 10 MHz bus needs for its bytes alone.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // "write": the erase followed by programming page by page.
 
 #include "E2eSupport.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The singleton base keeps an empty shared pointer and drops whatever it
 // holds when an object of the derived class is destroyed.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The Qt meta-object face of the flash driver and the melody device: what the
 // board software's generic code sees when it asks them by name.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The tests of this binary make the flash driver and the melody device on a
 // machine without the board's devices. Point the driver at a device path that
 // does not exist (in case this runs on a real board) and keep the log records

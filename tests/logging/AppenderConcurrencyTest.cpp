@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Many threads logging through log4cplus into one appender while its commit
 // thread (and a second committer, as the exit-time commit is) writes the
 // file: every record is accounted for, each at most once and whole.

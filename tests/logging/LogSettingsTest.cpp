@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "logging/AsyncRollingFileAppender.h"
 #include "logging/LogSettings.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The log statement in this process: configured once from an environment
 // that attaches no appender to the root logger, each test then captures what
 // the statement hands to log4cplus on a logger of its own.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A small program that logs like the tool does, for the tests that need a
 // whole process: configuration from its environment, the console and file
 // output, the first statement's time base and the final commit at exit.

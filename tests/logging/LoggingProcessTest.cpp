@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whole-process behaviour of the logging: runs logging_child with a
 // controlled environment and checks its standard output, standard error and
 // log file.

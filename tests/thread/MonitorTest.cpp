@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "LockingHelpers.h"
 #include "thread/Lock.h"
 #include "thread/Monitor.h"

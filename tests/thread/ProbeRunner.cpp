@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ProbeRunner.h"
 
 #include <spawn.h>

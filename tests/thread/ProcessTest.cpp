@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What only a fresh process shows: the lock timeout taken from the
 // environment before main, the first use of every process-wide object from
 // many threads at once, the catch-all handlers of the getters, and the

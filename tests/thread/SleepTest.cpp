@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "LibcInterposers.h"
 #include "ThreadTestSupport.h"
 #include "thread/Sleep.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "LibcInterposers.h"
 #include "thread/TimeValue.h"
 

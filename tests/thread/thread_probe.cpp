@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Helper process for the thread tests: each scenario needs a fresh process
 // (start-up from the environment, the first use of a process-wide object, a
 // getter that aborts). The tests run it through ProbeRunner and check its

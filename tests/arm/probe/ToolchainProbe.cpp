@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Prints the type sizes that the flash tool's SPI transfers depend on, emits
 // a Qt signal through moc-generated code and logs one record with log4cplus.
 #include <linux/spi/spidev.h>

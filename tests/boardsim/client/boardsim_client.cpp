@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A small program that drives the simulated devices the way programs on the
 // board do (open/ioctl/read/write/close, C++ file streams, ppoll, sleeps) and
 // prints what it gets back, one line per operation, for the simulator's

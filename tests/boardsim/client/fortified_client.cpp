@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Uses the GPIO files through the fortified C library entry points that
 // programs built with _FORTIFY_SOURCE call (__open_2, __openat_2,
 // __read_chk, __poll_chk, __ppoll_chk), to show that they reach the

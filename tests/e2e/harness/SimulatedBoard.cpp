@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "SimulatedBoard.h"
 
 #include <QByteArray>

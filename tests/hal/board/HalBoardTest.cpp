@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The GPIO pin, the melody device and the HAL operations that the tool never
 // calls, run by hal_board_probe on the simulated board and checked through
 // the simulator's trace.

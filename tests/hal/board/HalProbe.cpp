@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs one scenario of the HAL's pieces on the simulated board and prints
 // what the calls returned as "key=value" lines; the board tests check those
 // lines together with the simulator's trace.

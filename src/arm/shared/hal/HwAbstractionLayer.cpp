@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hal/HwAbstractionLayer.h"
 
 namespace hal {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "thread/Lock.h"
 
 #include "logging/Log.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "thread/Mutex.h"
 
 #include <cstring>

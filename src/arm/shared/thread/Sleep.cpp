@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "thread/Sleep.h"
 
 #include <cerrno>

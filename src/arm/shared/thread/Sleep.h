@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #ifndef MERIVAK_THREAD_SLEEP_H
 #define MERIVAK_THREAD_SLEEP_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "thread/Thread.h"
 
 #include "thread/Lock.h"

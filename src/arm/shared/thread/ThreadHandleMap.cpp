@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Thread's process-wide data: its class lock and the map from the handle of
 // a running thread to the object that describes it.
 #include "thread/Thread.h"

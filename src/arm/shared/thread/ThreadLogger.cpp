@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "thread/ThreadLogger.h"
 
 #include "logging/Log.h"

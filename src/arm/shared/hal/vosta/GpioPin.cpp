@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hal/vosta/GpioPin.h"
 
 #include <fcntl.h>

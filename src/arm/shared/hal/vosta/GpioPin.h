@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #ifndef MERIVAK_HAL_VOSTA_GPIOPIN_H
 #define MERIVAK_HAL_VOSTA_GPIOPIN_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "hal/vosta/HwAbstractionLayerVosta.h"
 
 #include "logging/Log.h"

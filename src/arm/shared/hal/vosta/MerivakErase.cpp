@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Status polling and chip erase.
 
 #include "hal/vosta/Merivak.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Programming the flash from an image file.
 
 #include "hal/vosta/Merivak.h"

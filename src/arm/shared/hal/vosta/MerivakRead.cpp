@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading the firmware area of the flash, and saving it to a file.
 
 #include "hal/vosta/Merivak.h"

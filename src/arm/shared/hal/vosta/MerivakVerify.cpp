@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Comparing the flash with an image file.
 
 #include "hal/vosta/Merivak.h"
