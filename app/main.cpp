@@ -55,8 +55,8 @@ int run(int argc, char* argv[])
         // Nothing to write or compare: not an error for the update scripts
         // that call the tool, and the hardware is left alone.
         if (!file.exists()) {
-            std::cout << "File:    " << file.fileName().toLatin1().constData()
-                      << "      Does NOT exists! " << std::endl;
+            std::cout << "File:    " << file.fileName().toLatin1().constData() << "      Does NOT exists! "
+                      << std::endl;
             return 0;
         }
 
@@ -66,9 +66,8 @@ int run(int argc, char* argv[])
             // an empty flash. Refuse it before the hardware is touched.
             const qint64 size = file.size();
             if (size > DSP_FLASH_AREA_BYTES) {
-                std::cerr << "File:    " << file.fileName().toLatin1().constData()
-                          << "      is too large: " << size << " bytes, the DSP flash area holds "
-                          << DSP_FLASH_AREA_BYTES << " bytes" << std::endl;
+                std::cerr << "File:    " << file.fileName().toLatin1().constData() << "      is too large: " << size
+                          << " bytes, the DSP flash area holds " << DSP_FLASH_AREA_BYTES << " bytes" << std::endl;
                 return 1;
             }
             if (!hal::HwAbstractionLayer::getInstance()->eraseDSPflash()) {

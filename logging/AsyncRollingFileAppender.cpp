@@ -16,23 +16,13 @@
 
 namespace log4cplus {
 
-AsyncRollingFileAppender::AsyncRollingFileAppender(const tstring& fileName, long rolloverSize,
-                                                   int cacheBound, int periodMs)
+AsyncRollingFileAppender::AsyncRollingFileAppender(const tstring& fileName, long rolloverSize, int cacheBound,
+                                                   int periodMs)
     // One backup file, flush after every commit; the directory is not created.
-    : RollingFileAppender(fileName, rolloverSize, 1, true),
-      maxCacheEntries(boundedCacheEntries(cacheBound)),
-      cache(),
-      commitPeriodMs(boundedCommitPeriodMs(periodMs)),
-      formatBuffer(),
-      lostCount(0),
-      cacheMutex(),
-      commitMutex(),
-      stopMutex(),
-      stopSignal(),
-      stopRequested(false),
-      commitThreadId(),
-      joinOnce(),
-      fileClosed(false) {
+    : RollingFileAppender(fileName, rolloverSize, 1, true), maxCacheEntries(boundedCacheEntries(cacheBound)), cache(),
+      commitPeriodMs(boundedCommitPeriodMs(periodMs)), formatBuffer(), lostCount(0), cacheMutex(), commitMutex(),
+      stopMutex(), stopSignal(), stopRequested(false), commitThreadId(), joinOnce(), fileClosed(false)
+{
     // The banner is written under the commit lock: the commit thread's first
     // commit, which may start at once, waits until the banner is complete.
     thread::MutexGuard commitGuard(commitMutex);
@@ -40,7 +30,8 @@ AsyncRollingFileAppender::AsyncRollingFileAppender(const tstring& fileName, long
     writeRestartBanner(fileName);
 }
 
-AsyncRollingFileAppender::~AsyncRollingFileAppender() {
+AsyncRollingFileAppender::~AsyncRollingFileAppender()
+{
     try {
         stop();
         // A closed appender has already written what it could (see close);
@@ -56,37 +47,42 @@ AsyncRollingFileAppender::~AsyncRollingFileAppender() {
     }
 }
 
-int AsyncRollingFileAppender::boundedCacheEntries(int requested) {
+int AsyncRollingFileAppender::boundedCacheEntries(int requested)
+{
     return requested < 1 ? logging::DEFAULT_CACHE_ENTRIES : requested;
 }
 
-int AsyncRollingFileAppender::boundedCommitPeriodMs(int requested) {
+int AsyncRollingFileAppender::boundedCommitPeriodMs(int requested)
+{
     if (requested < 0) {
         return logging::DEFAULT_COMMIT_PERIOD_MS;
     }
     return requested > MAX_COMMIT_PERIOD_MS ? MAX_COMMIT_PERIOD_MS : requested;
 }
 
-std::size_t AsyncRollingFileAppender::getCachedCount() const {
+std::size_t AsyncRollingFileAppender::getCachedCount() const
+{
     thread::MutexGuard cacheGuard(cacheMutex);
     return cache.size();
 }
 
-unsigned long AsyncRollingFileAppender::getLostCount() const {
+unsigned long AsyncRollingFileAppender::getLostCount() const
+{
     thread::MutexGuard cacheGuard(cacheMutex);
     return lostCount;
 }
 
-void AsyncRollingFileAppender::writeRestartBanner(const tstring& fileName) {
+void AsyncRollingFileAppender::writeRestartBanner(const tstring& fileName)
+{
     out << std::endl
         << LOG4CPLUS_TEXT("*") << std::endl
-        << LOG4CPLUS_TEXT("* Process writing to ") << fileName << LOG4CPLUS_TEXT(" was restarted")
-        << std::endl
+        << LOG4CPLUS_TEXT("* Process writing to ") << fileName << LOG4CPLUS_TEXT(" was restarted") << std::endl
         << LOG4CPLUS_TEXT("*") << std::endl
         << std::endl;
 }
 
-void AsyncRollingFileAppender::append(const spi::InternalLoggingEvent& event) {
+void AsyncRollingFileAppender::append(const spi::InternalLoggingEvent& event)
+{
     formatBuffer.str(LOG4CPLUS_TEXT(""));
     layout->formatAndAppend(formatBuffer, event);
     tstring record = formatBuffer.str();
@@ -103,7 +99,8 @@ void AsyncRollingFileAppender::append(const spi::InternalLoggingEvent& event) {
     cache.push_back(std::move(record));
 }
 
-void AsyncRollingFileAppender::commit() {
+void AsyncRollingFileAppender::commit()
+{
     thread::MutexGuard commitGuard(commitMutex);
     // A stream in error, or one that is closed: log4cplus 2.0's close()
     // leaves the stream's state good, so the test for an open file is needed
@@ -125,9 +122,8 @@ void AsyncRollingFileAppender::commit() {
     // The file is written without cacheMutex: logging threads never wait
     // for the disk.
     if (lost != 0) {
-        out << LOG4CPLUS_TEXT("--- WARNING: Log messages overflowed the cache!")
-            << LOG4CPLUS_TEXT(" Lost ") << lost << LOG4CPLUS_TEXT(" messages")
-            << LOG4CPLUS_TEXT(" before the next message. ---") << std::endl;
+        out << LOG4CPLUS_TEXT("--- WARNING: Log messages overflowed the cache!") << LOG4CPLUS_TEXT(" Lost ") << lost
+            << LOG4CPLUS_TEXT(" messages") << LOG4CPLUS_TEXT(" before the next message. ---") << std::endl;
     }
     for (const tstring& record : batch) {
         out << record;
@@ -143,7 +139,8 @@ void AsyncRollingFileAppender::commit() {
     }
 }
 
-void AsyncRollingFileAppender::run() {
+void AsyncRollingFileAppender::run()
+{
     {
         std::lock_guard<std::mutex> stopGuard(stopMutex);
         commitThreadId = std::this_thread::get_id();
@@ -159,18 +156,19 @@ void AsyncRollingFileAppender::run() {
     } while (waitForNextCommit(deadline.remainingMicroseconds()));
 }
 
-bool AsyncRollingFileAppender::waitForNextCommit(int microseconds) {
+bool AsyncRollingFileAppender::waitForNextCommit(int microseconds)
+{
     // A timed wait on the stop signal rather than a plain sleep, so that
     // stop() does not have to sit out a long period.
     std::unique_lock<std::mutex> stopLock(stopMutex);
     if (microseconds > 0) {
-        stopSignal.wait_for(stopLock, std::chrono::microseconds(microseconds),
-                            [this] { return stopRequested; });
+        stopSignal.wait_for(stopLock, std::chrono::microseconds(microseconds), [this] { return stopRequested; });
     }
     return !stopRequested;
 }
 
-void AsyncRollingFileAppender::close() {
+void AsyncRollingFileAppender::close()
+{
     // log4cplus 2.0 closes every appender when it shuts down at process exit
     // and then tears down its own error reporting. A commit thread that went
     // on past that point would find the file closed and report it through
@@ -187,7 +185,8 @@ void AsyncRollingFileAppender::close() {
     fileClosed.store(true, std::memory_order_release);
 }
 
-void AsyncRollingFileAppender::stop() {
+void AsyncRollingFileAppender::stop()
+{
     {
         std::lock_guard<std::mutex> stopGuard(stopMutex);
         stopRequested = true;

@@ -30,8 +30,7 @@ namespace log4cplus {
 
 // Final: the constructor starts the commit thread, which calls run() on an
 // object that must already be complete.
-class AsyncRollingFileAppender final : public RollingFileAppender,
-                                       public thread::AbstractThread {
+class AsyncRollingFileAppender final : public RollingFileAppender, public thread::AbstractThread {
 public:
     // Opens fileName for appending (its directory is not created), starts the
     // commit thread and writes the restart banner. The cache bound and the
@@ -44,8 +43,7 @@ public:
     // log4cplus threads do), so the appender outlives it. An owner that wants
     // the appender destroyed calls stop() before dropping its last reference;
     // the process-wide instance of the tool is never stopped or destroyed.
-    AsyncRollingFileAppender(const tstring& fileName, long rolloverSize, int maxCacheEntries,
-                             int commitPeriodMs);
+    AsyncRollingFileAppender(const tstring& fileName, long rolloverSize, int maxCacheEntries, int commitPeriodMs);
     ~AsyncRollingFileAppender() override;
 
     AsyncRollingFileAppender(const AsyncRollingFileAppender&) = delete;
@@ -128,8 +126,8 @@ private:
     // Stopping the commit thread (only owners that destroy the appender do).
     std::mutex stopMutex;
     std::condition_variable stopSignal;
-    bool stopRequested;               // guarded by stopMutex
-    std::thread::id commitThreadId;   // guarded by stopMutex
+    bool stopRequested;              // guarded by stopMutex
+    std::thread::id commitThreadId;  // guarded by stopMutex
     std::once_flag joinOnce;
 
     std::atomic<bool> fileClosed;  // set at the end of close()

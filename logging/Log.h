@@ -26,24 +26,20 @@
 // runs the one-time logging configuration if it has not completed yet.
 double logElapsedSeconds();
 
-#define MERIVAK_LOG(loggerName, logLevel, pieces)                                          \
-    do {                                                                                   \
-        const double merivakElapsed_ = logElapsedSeconds();                                \
-        const log4cplus::Logger merivakLogger_ =                                           \
-            log4cplus::Logger::getInstance(LOG4CPLUS_TEXT(loggerName));                    \
-        if (merivakLogger_.isEnabledFor(logLevel)) {                                       \
-            log4cplus::tostringstream& merivakStream_ = log4cplus::detail::get_macro_body_oss(); \
-            merivakStream_ << std::fixed << "[" << merivakElapsed_ << " sec]" << " - "     \
-                           << pieces;                                                      \
-            log4cplus::detail::macro_forced_log(merivakLogger_, logLevel,                  \
-                                                merivakStream_.str(), __FILE__, __LINE__,  \
-                                                __PRETTY_FUNCTION__);                      \
-        }                                                                                  \
+#define MERIVAK_LOG(loggerName, logLevel, pieces)                                                                      \
+    do {                                                                                                               \
+        const double merivakElapsed_ = logElapsedSeconds();                                                            \
+        const log4cplus::Logger merivakLogger_ = log4cplus::Logger::getInstance(LOG4CPLUS_TEXT(loggerName));           \
+        if (merivakLogger_.isEnabledFor(logLevel)) {                                                                   \
+            log4cplus::tostringstream& merivakStream_ = log4cplus::detail::get_macro_body_oss();                       \
+            merivakStream_ << std::fixed << "[" << merivakElapsed_ << " sec]"                                          \
+                           << " - " << pieces;                                                                         \
+            log4cplus::detail::macro_forced_log(merivakLogger_, logLevel, merivakStream_.str(), __FILE__, __LINE__,    \
+                                                __PRETTY_FUNCTION__);                                                  \
+        }                                                                                                              \
     } while (false)
 
-#define MERIVAK_LOG_ERROR(loggerName, pieces) \
-    MERIVAK_LOG(loggerName, log4cplus::ERROR_LOG_LEVEL, pieces)
-#define MERIVAK_LOG_INFO(loggerName, pieces) \
-    MERIVAK_LOG(loggerName, log4cplus::INFO_LOG_LEVEL, pieces)
+#define MERIVAK_LOG_ERROR(loggerName, pieces) MERIVAK_LOG(loggerName, log4cplus::ERROR_LOG_LEVEL, pieces)
+#define MERIVAK_LOG_INFO(loggerName, pieces) MERIVAK_LOG(loggerName, log4cplus::INFO_LOG_LEVEL, pieces)
 
 #endif

@@ -15,8 +15,7 @@
 
 #include <unistd.h>
 
-const char* const LOG_RECORD_PATTERN =
-    "%p P:%i T:%t [%D{%F %T.%q} UTC:%d{%H:%M}] %c{2} %F:%L %m%n";
+const char* const LOG_RECORD_PATTERN = "%p P:%i T:%t [%D{%F %T.%q} UTC:%d{%H:%M}] %c{2} %F:%L %m%n";
 
 namespace {
 
@@ -32,17 +31,20 @@ const char* const FILE_APPENDER_NAME = "FILE";
 const char* const CONSOLE_APPENDER_NAME = "CONSOLE";
 
 // The value of an environment variable, or nullptr when it is not set.
-const char* readVariable(const char* name) {
+const char* readVariable(const char* name)
+{
     return std::getenv(name);
 }
 
 // Shows the operator which logging variables took effect.
-void echoVariable(const char* name, const char* value) {
+void echoVariable(const char* name, const char* value)
+{
     std::printf("\n%s=%s\n", name, value);
 }
 
 // A numeric variable that is echoed when set; fallback when unset.
-int readEchoedInt(const char* name, int fallback) {
+int readEchoedInt(const char* name, int fallback)
+{
     const char* value = readVariable(name);
     if (value == nullptr) {
         return fallback;
@@ -51,60 +53,63 @@ int readEchoedInt(const char* name, int fallback) {
     return logging::parseInt32(value);
 }
 
-log4cplus::AsyncRollingFileAppender* createFileAppender() {
+log4cplus::AsyncRollingFileAppender* createFileAppender()
+{
     const char* directory = readVariable(FILE_DIR_VARIABLE);
     const char* name = readVariable(FILE_NAME_VARIABLE);
     // Nothing is normalised: a directory ending in '/' gives "//".
-    const std::string path = std::string(directory != nullptr ? directory
-                                                             : logging::DEFAULT_LOG_DIRECTORY) +
-                             "/" + (name != nullptr ? std::string(name) : defaultLogFileName());
+    const std::string path = std::string(directory != nullptr ? directory : logging::DEFAULT_LOG_DIRECTORY) + "/" +
+                             (name != nullptr ? std::string(name) : defaultLogFileName());
     const long rolloverSize = logging::parseFileSize(readVariable(FILE_SIZE_VARIABLE));
     const int cacheEntries = readEchoedInt(CACHE_SIZE_VARIABLE, logging::DEFAULT_CACHE_ENTRIES);
-    const int commitPeriodMs =
-        readEchoedInt(COMMIT_PERIOD_VARIABLE, logging::DEFAULT_COMMIT_PERIOD_MS);
-    return new log4cplus::AsyncRollingFileAppender(path, rolloverSize, cacheEntries,
-                                                   commitPeriodMs);
+    const int commitPeriodMs = readEchoedInt(COMMIT_PERIOD_VARIABLE, logging::DEFAULT_COMMIT_PERIOD_MS);
+    return new log4cplus::AsyncRollingFileAppender(path, rolloverSize, cacheEntries, commitPeriodMs);
 }
 
-const log4cplus::SharedAppenderPtr& getConsoleAppender() {
+const log4cplus::SharedAppenderPtr& getConsoleAppender()
+{
     // Standard output, not flushed per record.
     static const log4cplus::SharedAppenderPtr console(new log4cplus::ConsoleAppender(false, false));
     return console;
 }
 
-void applyLoggerLevels(const char* list) {
+void applyLoggerLevels(const char* list)
+{
     for (const logging::LoggerLevelSetting& setting : logging::parseLoggerLevels(list)) {
-        log4cplus::Logger logger = setting.root ? log4cplus::Logger::getRoot()
-                                                : log4cplus::Logger::getInstance(setting.loggerName);
+        log4cplus::Logger logger =
+            setting.root ? log4cplus::Logger::getRoot() : log4cplus::Logger::getInstance(setting.loggerName);
         logger.setLogLevel(setting.level);
     }
 }
 
 }  // namespace
 
-log4cplus::AsyncRollingFileAppender* getFileAppender() {
+log4cplus::AsyncRollingFileAppender* getFileAppender()
+{
     // The process holds a reference of its own that it never releases: when
     // log4cplus shuts down at exit it drops the root logger's reference, and
     // the appender must not die with it while this pointer is still handed
     // out (the exit-time commit runs around that shutdown).
-    static const log4cplus::SharedAppenderPtr* const instance =
-        new log4cplus::SharedAppenderPtr(createFileAppender());
+    static const log4cplus::SharedAppenderPtr* const instance = new log4cplus::SharedAppenderPtr(createFileAppender());
     return static_cast<log4cplus::AsyncRollingFileAppender*>(instance->get());
 }
 
-std::string defaultLogFileName() {
+std::string defaultLogFileName()
+{
     char link[4097] = {};
     const ssize_t length = ::readlink("/proc/self/exe", link, sizeof link - 1);
     return logging::logFileNameForExecutable(length > 0 ? std::string(link) : std::string());
 }
 
-void configureAppender(const log4cplus::SharedAppenderPtr& appender) {
+void configureAppender(const log4cplus::SharedAppenderPtr& appender)
+{
     appender->setLayout(std::make_unique<log4cplus::PatternLayout>(LOG_RECORD_PATTERN));
     appender->setThreshold(log4cplus::TRACE_LOG_LEVEL);
     log4cplus::Logger::getRoot().addAppender(appender);
 }
 
-void commitFileAppender() {
+void commitFileAppender()
+{
     log4cplus::AsyncRollingFileAppender* const file = getFileAppender();
     // Closed means log4cplus has already shut down (or an owner closed the
     // file): its logger tree may be gone, so it is not asked anything, and
@@ -123,7 +128,8 @@ void commitFileAppender() {
     }
 }
 
-void configureLogging() {
+void configureLogging()
+{
     log4cplus::Logger::getRoot().setLogLevel(log4cplus::INFO_LOG_LEVEL);
 
     const char* appenderChoice = readVariable(APPENDER_VARIABLE);

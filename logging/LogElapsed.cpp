@@ -15,9 +15,7 @@ namespace {
 // configuration that throws is run again by the next log statement.
 class StartupLockHold {
 public:
-    explicit StartupLockHold(thread::Mutex& startupLock) : m_startupLock(startupLock) {
-        m_startupLock.lock();
-    }
+    explicit StartupLockHold(thread::Mutex& startupLock) : m_startupLock(startupLock) { m_startupLock.lock(); }
     ~StartupLockHold() { m_startupLock.unlock(); }
 
     StartupLockHold(const StartupLockHold&) = delete;
@@ -29,7 +27,8 @@ private:
 
 }  // namespace
 
-double logElapsedSeconds() {
+double logElapsedSeconds()
+{
     const double now = thread::TimeValue::getSeconds(CLOCK_MONOTONIC);
     // Fixed by the first call in the process; concurrent first calls wait for
     // the one that initialises it and so share one start time.

@@ -15,20 +15,22 @@ const char* const DEFAULT_LOG_DIRECTORY = "/var/lib/vosta/log";
 
 namespace {
 
-std::int64_t clampToInt32(std::int64_t value) {
+std::int64_t clampToInt32(std::int64_t value)
+{
     return std::clamp<std::int64_t>(value, INT32_MIN, INT32_MAX);
 }
 
-std::string upperCased(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), [](char c) {
-        return static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    });
+std::string upperCased(std::string text)
+{
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](char c) { return static_cast<char>(std::toupper(static_cast<unsigned char>(c))); });
     return text;
 }
 
 }  // namespace
 
-AppenderSelection parseAppenderSelection(const char* value) {
+AppenderSelection parseAppenderSelection(const char* value)
+{
     if (value == nullptr) {
         return {true, true};
     }
@@ -45,7 +47,8 @@ AppenderSelection parseAppenderSelection(const char* value) {
     return {false, false};
 }
 
-int parseInt32(const char* value) {
+int parseInt32(const char* value)
+{
     if (value == nullptr) {
         return 0;
     }
@@ -55,7 +58,8 @@ int parseInt32(const char* value) {
     return static_cast<int>(clampToInt32(static_cast<std::int64_t>(parsed)));
 }
 
-long parseFileSize(const char* value) {
+long parseFileSize(const char* value)
+{
     if (value == nullptr) {
         return DEFAULT_FILE_SIZE;
     }
@@ -71,19 +75,17 @@ long parseFileSize(const char* value) {
     return static_cast<long>(clampToInt32(bytes));
 }
 
-log4cplus::LogLevel parseLevelWord(const std::string& word) {
+log4cplus::LogLevel parseLevelWord(const std::string& word)
+{
     struct Word {
         const char* upper;
         const char* lower;
         log4cplus::LogLevel level;
     };
     static const Word WORDS[] = {
-        {"OFF", "off", log4cplus::OFF_LOG_LEVEL},
-        {"FATAL", "fatal", log4cplus::FATAL_LOG_LEVEL},
-        {"ERROR", "error", log4cplus::ERROR_LOG_LEVEL},
-        {"WARN", "warn", log4cplus::WARN_LOG_LEVEL},
-        {"INFO", "info", log4cplus::INFO_LOG_LEVEL},
-        {"DEBUG", "debug", log4cplus::DEBUG_LOG_LEVEL},
+        {"OFF", "off", log4cplus::OFF_LOG_LEVEL},       {"FATAL", "fatal", log4cplus::FATAL_LOG_LEVEL},
+        {"ERROR", "error", log4cplus::ERROR_LOG_LEVEL}, {"WARN", "warn", log4cplus::WARN_LOG_LEVEL},
+        {"INFO", "info", log4cplus::INFO_LOG_LEVEL},    {"DEBUG", "debug", log4cplus::DEBUG_LOG_LEVEL},
         {"TRACE", "trace", log4cplus::TRACE_LOG_LEVEL},
     };
     if (word.empty()) {
@@ -97,7 +99,8 @@ log4cplus::LogLevel parseLevelWord(const std::string& word) {
     return log4cplus::OFF_LOG_LEVEL;
 }
 
-std::vector<LoggerLevelSetting> parseLoggerLevels(const std::string& list) {
+std::vector<LoggerLevelSetting> parseLoggerLevels(const std::string& list)
+{
     static const char* const SEPARATORS = ",;";
     std::vector<LoggerLevelSetting> settings;
     std::string::size_type begin = list.find_first_not_of(SEPARATORS);
@@ -118,8 +121,7 @@ std::vector<LoggerLevelSetting> parseLoggerLevels(const std::string& list) {
         if (nameEnd != std::string::npos) {
             const std::string::size_type wordBegin = nameEnd + 1;
             const std::string::size_type wordEnd = entry.find(':', wordBegin);
-            word = entry.substr(wordBegin, wordEnd == std::string::npos ? std::string::npos
-                                                                        : wordEnd - wordBegin);
+            word = entry.substr(wordBegin, wordEnd == std::string::npos ? std::string::npos : wordEnd - wordBegin);
         }
         const bool root = name == "ALL";
         settings.push_back({root, root ? std::string() : name + "_logger", parseLevelWord(word)});
@@ -127,7 +129,8 @@ std::vector<LoggerLevelSetting> parseLoggerLevels(const std::string& list) {
     return settings;
 }
 
-std::string logFileNameForExecutable(const std::string& executablePath) {
+std::string logFileNameForExecutable(const std::string& executablePath)
+{
     std::string result = "app";
     if (!executablePath.empty()) {
         // POSIX basename may modify its argument: give it a copy.

@@ -54,7 +54,8 @@ struct LoggerLevelSetting {
     std::string loggerName;  // name + "_logger"; empty for the root logger
     log4cplus::LogLevel level;
 
-    bool operator==(const LoggerLevelSetting& other) const {
+    bool operator==(const LoggerLevelSetting& other) const
+    {
         return root == other.root && loggerName == other.loggerName && level == other.level;
     }
 };

@@ -88,10 +88,7 @@ public:
     std::int64_t boardTime() const { return m_run->block().clockNs; }
 
     // Truncates the trace so that long benchmark runs do not fill the disk.
-    void dropTrace()
-    {
-        truncate((m_root + "/trace.jsonl").c_str(), 0);
-    }
+    void dropTrace() { truncate((m_root + "/trace.jsonl").c_str(), 0); }
 
 private:
     std::string m_root;

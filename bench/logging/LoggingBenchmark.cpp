@@ -29,7 +29,8 @@ namespace {
 
 const long ROLLOVER_SIZE = 1048576;
 
-void attach(const char* loggerName, log4cplus::SharedAppenderPtr appender) {
+void attach(const char* loggerName, log4cplus::SharedAppenderPtr appender)
+{
     appender->setLayout(std::make_unique<log4cplus::PatternLayout>(LOG_RECORD_PATTERN));
     appender->setThreshold(log4cplus::TRACE_LOG_LEVEL);
     log4cplus::Logger logger = log4cplus::Logger::getInstance(loggerName);
@@ -38,7 +39,8 @@ void attach(const char* loggerName, log4cplus::SharedAppenderPtr appender) {
     logger.addAppender(appender);
 }
 
-void BM_InfoStatement(benchmark::State& state, const char* loggerName) {
+void BM_InfoStatement(benchmark::State& state, const char* loggerName)
+{
     int number = 0;
     for (auto _ : state) {
         MERIVAK_LOG_INFO(loggerName, "Page " << number << " of the DSP flash programmed ");
@@ -54,7 +56,8 @@ BENCHMARK_CAPTURE(BM_InfoStatement, disabled, "off_logger")->Threads(1)->Threads
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv)
+{
     // The statement configures logging once from the environment: keep the
     // root logger without appenders so that only the loggers below write.
     ::setenv("LOG4CPLUS_APPENDER", "NONE", 1);
@@ -69,16 +72,13 @@ int main(int argc, char** argv) {
     log4cplus::helpers::SharedObjectPtr<log4cplus::AsyncRollingFileAppender> cached(
         new log4cplus::AsyncRollingFileAppender(folder + "/cached.log", ROLLOVER_SIZE, 50, 80));
     attach("cached_logger", log4cplus::SharedAppenderPtr(cached.get()));
-    attach("sync_logger",
-           log4cplus::SharedAppenderPtr(new log4cplus::RollingFileAppender(
-               folder + "/immediate.log", ROLLOVER_SIZE, 1, true)));
-    attach("l4casync_logger",
-           log4cplus::SharedAppenderPtr(new log4cplus::AsyncAppender(
-               log4cplus::SharedAppenderPtr(new log4cplus::RollingFileAppender(
-                   folder + "/l4c_async.log", ROLLOVER_SIZE, 1, true)),
-               100)));
-    log4cplus::Logger::getInstance("off_logger")
-        .setLogLevel(log4cplus::ERROR_LOG_LEVEL);
+    attach("sync_logger", log4cplus::SharedAppenderPtr(
+                              new log4cplus::RollingFileAppender(folder + "/immediate.log", ROLLOVER_SIZE, 1, true)));
+    attach("l4casync_logger", log4cplus::SharedAppenderPtr(new log4cplus::AsyncAppender(
+                                  log4cplus::SharedAppenderPtr(new log4cplus::RollingFileAppender(
+                                      folder + "/l4c_async.log", ROLLOVER_SIZE, 1, true)),
+                                  100)));
+    log4cplus::Logger::getInstance("off_logger").setLogLevel(log4cplus::ERROR_LOG_LEVEL);
 
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();

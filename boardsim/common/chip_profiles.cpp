@@ -12,7 +12,12 @@ constexpr std::int64_t kS = 1000 * kMs;
 // Winbond W25Q16JV (-IQ/-JQ): 16 Mbit, JEDEC id EF 40 15, 0x90 and 0xAB
 // answer device id 0x14. Times are the datasheet's typical and maximum values.
 constexpr ChipProfile kW25q16jv = {
-    "default", "W25Q16JV", 2 * 1024 * 1024, 256, {0xEF, 0x40, 0x15}, 0x14,
+    "default",
+    "W25Q16JV",
+    2 * 1024 * 1024,
+    256,
+    {0xEF, 0x40, 0x15},
+    0x14,
     {400000, 3 * kMs},        // page program 0.4 / 3 ms
     {45 * kMs, 400 * kMs},    // 4 KiB sector erase
     {120 * kMs, 1600 * kMs},  // 32 KiB block erase
@@ -23,7 +28,12 @@ constexpr ChipProfile kW25q16jv = {
 // The same part with a chip erase that outlasts the tool's ten readiness
 // waits (10 x (3125 polls + 1 s sleep), about 10.7 s of board time).
 constexpr ChipProfile kSlowErase = {
-    "slow-erase", "W25Q16JV", 2 * 1024 * 1024, 256, {0xEF, 0x40, 0x15}, 0x14,
+    "slow-erase",
+    "W25Q16JV",
+    2 * 1024 * 1024,
+    256,
+    {0xEF, 0x40, 0x15},
+    0x14,
     {400000, 3 * kMs},
     {45 * kMs, 400 * kMs},
     {120 * kMs, 1600 * kMs},

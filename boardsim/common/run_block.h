@@ -110,9 +110,9 @@ struct ChipState {
     // Frame under chip select.
     std::uint8_t selected;
     std::uint8_t opcode;
-    std::uint8_t ignored;     // 1: busy at the opcode, 2: not decodable
+    std::uint8_t ignored;  // 1: busy at the opcode, 2: not decodable
     std::uint8_t firstStatus;
-    std::uint32_t count;      // bytes clocked in this frame
+    std::uint32_t count;  // bytes clocked in this frame
     std::uint32_t address;
     std::uint32_t dataBytes;  // bytes of the data phase
     std::uint8_t page[kMaxPageSize];
@@ -133,9 +133,9 @@ struct GpioLine {
     std::uint8_t outputLevel;    // electrical level driven when output
     std::uint8_t externalLevel;  // electrical level driven from outside
     std::uint8_t activeLow;
-    std::uint8_t edge;           // GpioEdgeSetting
-    std::uint32_t generation;    // bumped by every export and unexport
-    std::uint32_t notifyCount;   // armed edges seen so far
+    std::uint8_t edge;          // GpioEdgeSetting
+    std::uint32_t generation;   // bumped by every export and unexport
+    std::uint32_t notifyCount;  // armed edges seen so far
 };
 
 struct LevelChange {

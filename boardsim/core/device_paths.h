@@ -10,14 +10,14 @@
 namespace boardsim {
 
 enum class PathKind {
-    kNone,          // not simulated: passes through
+    kNone,  // not simulated: passes through
     kSpidev,
     kMelody,
     kGpioExport,
     kGpioUnexport,
-    kGpioAttribute, // gpioN/value, direction, active_low, edge
-    kGpioLineOther, // gpioN/<anything else>
-    kGpioRedirect,  // the tree itself, a line folder, or other names in it
+    kGpioAttribute,  // gpioN/value, direction, active_low, edge
+    kGpioLineOther,  // gpioN/<anything else>
+    kGpioRedirect,   // the tree itself, a line folder, or other names in it
 };
 
 struct DevicePath {

@@ -151,8 +151,7 @@ void FlashChip::startCommand(std::uint8_t opcode, std::int64_t timeNs)
     }
 }
 
-void FlashChip::shift(const std::uint8_t* tx, std::uint8_t* rx, std::uint32_t len, std::int64_t timeNs,
-                      bool decodable)
+void FlashChip::shift(const std::uint8_t* tx, std::uint8_t* rx, std::uint32_t len, std::int64_t timeNs, bool decodable)
 {
     settle(timeNs);
     if (!decodable && m_chip.ignored == 0) {
@@ -413,8 +412,8 @@ void FlashChip::deselect(std::int64_t timeNs)
             } else if (m_chip.writeEnabled == 0) {
                 effect = "no-latch";
                 if (hasAddress(opcode)) {
-                    std::snprintf(detail, sizeof detail, "%s at 0x%06X without Write Enable",
-                                  flashCommandName(opcode), m_chip.address);
+                    std::snprintf(detail, sizeof detail, "%s at 0x%06X without Write Enable", flashCommandName(opcode),
+                                  m_chip.address);
                 } else {
                     std::snprintf(detail, sizeof detail, "%s without Write Enable", flashCommandName(opcode));
                 }

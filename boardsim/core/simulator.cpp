@@ -69,12 +69,8 @@ std::unique_ptr<Simulator> Simulator::create(const char* runPath, std::string& e
 }
 
 Simulator::Simulator(std::unique_ptr<Board> board)
-    : m_board(std::move(board)),
-      m_paths(m_board->config()),
-      m_chip(*m_board),
-      m_bus(*m_board, m_chip),
-      m_gpio(*m_board),
-      m_melody(*m_board)
+    : m_board(std::move(board)), m_paths(m_board->config()), m_chip(*m_board), m_bus(*m_board, m_chip),
+      m_gpio(*m_board), m_melody(*m_board)
 {
     m_board->setEdgeHandler(&m_gpio);
 }
@@ -206,8 +202,8 @@ int Simulator::openDevice(const DevicePath& path, int flags, int& err)
     }
     // An anonymous file stands behind the descriptor, so that it is a real
     // descriptor for everything the device model does not handle.
-    const int backing = sys::anonymousFile(spidev ? "boardsim-spidev" : "boardsim-mldalm",
-                                           (flags & O_CLOEXEC) != 0 ? MFD_CLOEXEC : 0);
+    const int backing =
+        sys::anonymousFile(spidev ? "boardsim-spidev" : "boardsim-mldalm", (flags & O_CLOEXEC) != 0 ? MFD_CLOEXEC : 0);
     const int fd = bindNew(backing, spidev ? FileKind::kSpidev : FileKind::kMelody, path, flags, err);
     if (fd >= 0) {
         ++(spidev ? m_board->run().counters.spiOpens : m_board->run().counters.melodyOpens);
@@ -682,8 +678,11 @@ bool Simulator::sleep(std::int64_t ns, const char* call)
     Trace& trace = m_board->trace();
     if (trace.enabled()) {
         JsonWriter event = Trace::event(m_board->now(), "sleep");
-        event.string("call", call).number("us", ns / 1000).number("ns", ns).boolean("virtual", main).string(
-            "thread", main ? "main" : "other");
+        event.string("call", call)
+            .number("us", ns / 1000)
+            .number("ns", ns)
+            .boolean("virtual", main)
+            .string("thread", main ? "main" : "other");
         trace.emit(event);
     }
     if (main) {

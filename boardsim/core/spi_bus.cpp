@@ -172,7 +172,7 @@ int SpiBus::setupRequest(int fd, unsigned long request, void* argument, int& err
         case kRequestWrMode:
         case kRequestWrMode32: {
             std::uint32_t mode = request == kRequestWrMode ? *static_cast<const std::uint8_t*>(argument)
-                                                    : *static_cast<const std::uint32_t*>(argument);
+                                                           : *static_cast<const std::uint32_t*>(argument);
             value = mode;
             if ((mode & ~kSpidevModeMask) != 0) {
                 err = EINVAL;
@@ -326,7 +326,8 @@ void SpiBus::checkDspHeld(std::int64_t timeNs)
 std::int64_t SpiBus::recordNs(const spi_ioc_transfer& record) const
 {
     const SpidevState& device = m_board.run().spidev;
-    const std::uint32_t speed = std::min(record.speed_hz != 0 ? record.speed_hz : device.speedHz, kControllerMaxSpeedHz);
+    const std::uint32_t speed =
+        std::min(record.speed_hz != 0 ? record.speed_hz : device.speedHz, kControllerMaxSpeedHz);
     const unsigned bits = record.bits_per_word != 0 ? record.bits_per_word : device.bitsPerWord;
     auto time = static_cast<std::int64_t>(static_cast<std::uint64_t>(record.len) * 8U * 1000000000ULL / speed);
     const std::uint32_t words = record.len / (bits <= 8 ? 1U : bits <= 16 ? 2U : 4U);
@@ -401,8 +402,8 @@ int SpiBus::message(int fd, const spi_ioc_transfer* records, unsigned count, con
     return static_cast<int>(total);
 }
 
-void SpiBus::traceMessage(int fd, const spi_ioc_transfer* records, unsigned count, const char* via,
-                          std::int64_t index, int result, int err, std::int64_t busNs)
+void SpiBus::traceMessage(int fd, const spi_ioc_transfer* records, unsigned count, const char* via, std::int64_t index,
+                          int result, int err, std::int64_t busNs)
 {
     Trace& trace = m_board.trace();
     if (!trace.enabled()) {
@@ -434,8 +435,8 @@ void SpiBus::traceMessage(int fd, const spi_ioc_transfer* records, unsigned coun
         // A message refused for its size is not copied by the driver either.
         const bool showData = err != EMSGSIZE;
         event.beginObject()
-            .hex("tx", showData ? reinterpret_cast<const std::uint8_t*>(static_cast<std::uintptr_t>(record.tx_buf))
-                                : nullptr,
+            .hex("tx",
+                 showData ? reinterpret_cast<const std::uint8_t*>(static_cast<std::uintptr_t>(record.tx_buf)) : nullptr,
                  record.len)
             .boolean("rx", record.rx_buf != 0)
             .number("len", record.len)

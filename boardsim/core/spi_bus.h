@@ -29,13 +29,12 @@ public:
     ssize_t write(int fd, const void* buffer, std::size_t count, int& err);
 
     // Controller limits.
-    static constexpr std::uint32_t kBufferSize = 4096;   // spidev's bufsiz
+    static constexpr std::uint32_t kBufferSize = 4096;     // spidev's bufsiz
     static constexpr std::uint32_t kBounceAlignment = 64;  // DMA alignment of each record
 
 private:
     int setupRequest(int fd, unsigned long request, void* argument, int& err);
-    int message(int fd, const spi_ioc_transfer* records, unsigned count, const char* via, std::int64_t index,
-                int& err);
+    int message(int fd, const spi_ioc_transfer* records, unsigned count, const char* via, std::int64_t index, int& err);
     int validate(const spi_ioc_transfer* records, unsigned count) const;
     std::int64_t recordNs(const spi_ioc_transfer& record) const;
     ssize_t refuseOversized(int fd, const spi_ioc_transfer& record, const char* via, int& err);

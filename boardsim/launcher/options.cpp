@@ -46,8 +46,8 @@ bool takeValue(Options& options, const std::string& name, const std::string& val
 
 bool takesValue(const std::string& name)
 {
-    static const char* const kNames[] = {"--state", "--profile", "--timing", "--trace", "--summary",
-                                         "--fault", "--spidev", "--edge", "--preload"};
+    static const char* const kNames[] = {"--state", "--profile", "--timing", "--trace",  "--summary",
+                                         "--fault", "--spidev",  "--edge",   "--preload"};
     for (const char* known : kNames) {
         if (name == known) {
             return true;

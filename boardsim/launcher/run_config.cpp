@@ -17,9 +17,8 @@
 namespace boardsim {
 namespace {
 
-const char* const kSetupNames[kSetupRequestCount] = {"WR_MODE",          "RD_MODE",
-                                                      "WR_BITS_PER_WORD", "RD_BITS_PER_WORD",
-                                                      "WR_MAX_SPEED_HZ",  "RD_MAX_SPEED_HZ"};
+const char* const kSetupNames[kSetupRequestCount] = {"WR_MODE",          "RD_MODE",         "WR_BITS_PER_WORD",
+                                                     "RD_BITS_PER_WORD", "WR_MAX_SPEED_HZ", "RD_MAX_SPEED_HZ"};
 
 std::vector<std::string> splitColons(const std::string& text)
 {
@@ -242,8 +241,8 @@ std::string absolutePath(const std::string& path)
     return normalisePath(std::string(buffer) + "/" + path);
 }
 
-bool buildRunConfig(const Options& options, const std::string& stateDir,
-                    const std::vector<std::string>& faultList, RunConfig& config, std::string& error)
+bool buildRunConfig(const Options& options, const std::string& stateDir, const std::vector<std::string>& faultList,
+                    RunConfig& config, std::string& error)
 {
     const ChipProfile* profile = findChipProfile(options.profile);
     if (profile == nullptr) {

@@ -17,8 +17,8 @@ bool parseEdge(const std::string& text, EdgeEvent& event, std::string& error);
 
 // Fills config from options; stateDir is the absolute state folder and
 // faultList the extra faults from the environment.
-bool buildRunConfig(const Options& options, const std::string& stateDir,
-                    const std::vector<std::string>& faultList, RunConfig& config, std::string& error);
+bool buildRunConfig(const Options& options, const std::string& stateDir, const std::vector<std::string>& faultList,
+                    RunConfig& config, std::string& error);
 
 // Everything a run needs before the command starts: the configuration, the
 // state folder (created or checked), the GPIO lines it holds, the scripted

@@ -189,8 +189,7 @@ bool prepareStateFolder(const std::string& dir, const ChipProfile& profile, std:
         return false;
     }
     const std::string gpio = dir + "/gpio";
-    return makeFolder(gpio, error) && ensureFile(gpio + "/export", error) &&
-           ensureFile(gpio + "/unexport", error);
+    return makeFolder(gpio, error) && ensureFile(gpio + "/export", error) && ensureFile(gpio + "/unexport", error);
 }
 
 bool loadGpioTree(const std::string& dir, GpioLine* lines, std::string& error)

@@ -119,7 +119,8 @@ std::string summaryText(const RunBlock& run)
     for (std::uint32_t i = 0; i < run.violationCount && i < static_cast<std::uint32_t>(kMaxViolations); ++i) {
         ++byRule[violationRuleName(run.violations[i].rule)];
     }
-    std::snprintf(buffer, sizeof buffer, "boardsim: violations: %llu", static_cast<unsigned long long>(run.violationsTotal));
+    std::snprintf(buffer, sizeof buffer, "boardsim: violations: %llu",
+                  static_cast<unsigned long long>(run.violationsTotal));
     text += buffer;
     const char* separator = " (";
     for (const auto& entry : byRule) {

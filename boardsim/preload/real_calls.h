@@ -24,8 +24,8 @@ Function nextDefinition(const char* name)
 }  // namespace boardsim
 
 // Inside an interposed function: the next definition of the same name.
-#define BOARDSIM_REAL(name) \
-    ([]() { \
-        static const auto function = ::boardsim::nextDefinition<decltype(&::name)>(#name); \
-        return function; \
+#define BOARDSIM_REAL(name)                                                                                            \
+    ([]() {                                                                                                            \
+        static const auto function = ::boardsim::nextDefinition<decltype(&::name)>(#name);                             \
+        return function;                                                                                               \
     }())

@@ -130,8 +130,8 @@ TEST(SpawnedProgram, GetsThePreloadedLibraryInItsOwnLoader)
 {
     // In an AddressSanitizer build the preloaded library would come before
     // the sanitizer's runtime, which the runtime refuses by default.
-    const ChildRun run = runChild("preloaded-child", {std::string("LD_PRELOAD=") + PRELOAD_MARKER_PATH,
-                                                      "ASAN_OPTIONS=verify_asan_link_order=0"});
+    const ChildRun run = runChild(
+        "preloaded-child", {std::string("LD_PRELOAD=") + PRELOAD_MARKER_PATH, "ASAN_OPTIONS=verify_asan_link_order=0"});
     EXPECT_EQ(run.status, 7);
     EXPECT_NE(run.out.find("marker=4711\n"), std::string::npos) << run.out;
     // A preload handed to the emulator's own loader would show up here as a

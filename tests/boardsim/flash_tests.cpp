@@ -168,7 +168,7 @@ TEST_F(FlashTest, CommandsWhileBusyAreIgnoredExceptReadStatus)
     writeEnable(fd);
     EXPECT_EQ(message(fd, {send({0x20, 0x00, 0x00, 0x00})}).result, 4);  // sector erase starts
     EXPECT_EQ(readStatus(fd), 0x03);
-    writeEnable(fd);                                                 // ignored
+    writeEnable(fd);                                                         // ignored
     EXPECT_EQ(readData(fd, 0, 2), (std::vector<std::uint8_t>{0xFF, 0xFF}));  // chip does not drive the bus
     EXPECT_EQ(violationRules(), (std::vector<std::string>{"busy-command", "busy-command"}));
     waitReady(fd);

@@ -20,10 +20,7 @@ protected:
         return ::stat((stateDir() + "/gpio/" + relative).c_str(), &info) == 0;
     }
 
-    void exportLine(int line)
-    {
-        ASSERT_EQ(store(kGpio + "/export", std::to_string(line)), 0);
-    }
+    void exportLine(int line) { ASSERT_EQ(store(kGpio + "/export", std::to_string(line)), 0); }
 
     // Opens value, reads it (acknowledging past edges) and polls for POLLPRI.
     int waitForEdge(int line, const std::string& edge, std::int64_t timeoutNs, short* revents = nullptr)
@@ -193,7 +190,7 @@ TEST_F(GpioTest, PollTimesOutInVirtualTimeWhenNoArmedEdgeComes)
     EXPECT_EQ(waitForEdge(2, "rising", 3000000000LL), 0);
     EXPECT_EQ(now(), 3000000000);
     EXPECT_EQ(show(kGpio + "/gpio2/value"), "0\n");  // the level did change
-    EXPECT_EQ(waitForEdge(2, "both", 0), 0);          // no edge pending: at once
+    EXPECT_EQ(waitForEdge(2, "both", 0), 0);         // no edge pending: at once
     EXPECT_EQ(now(), 3000000000);
 }
 

@@ -35,8 +35,8 @@ TEST(LauncherOptions, TakesOptionsUpToTheCommand)
 {
     Options options;
     std::string error;
-    ASSERT_TRUE(parse({"--state", "/tmp/s", "--fault=busy", "--fault", "no-melody", "--timing", "max", "--quiet",
-                       "--", "merivak", "--state", "x"},
+    ASSERT_TRUE(parse({"--state", "/tmp/s", "--fault=busy", "--fault", "no-melody", "--timing", "max", "--quiet", "--",
+                       "merivak", "--state", "x"},
                       options, error))
         << error;
     EXPECT_EQ(options.stateDir, "/tmp/s");
@@ -53,8 +53,9 @@ TEST(LauncherOptions, TakesOptionsUpToTheCommand)
 TEST(LauncherOptions, RefusesWhatItCannotUse)
 {
     const std::vector<std::vector<const char*>> bad = {
-        {"--bogus", "--", "true"}, {"--state"}, {"--profile", "nonsense", "true"}, {"--timing", "slow", "true"},
-        {"--state", "/tmp/x"},     {"--"},      {"--trace=", "true"},
+        {"--bogus", "--", "true"},    {"--state"},           {"--profile", "nonsense", "true"},
+        {"--timing", "slow", "true"}, {"--state", "/tmp/x"}, {"--"},
+        {"--trace=", "true"},
     };
     for (const auto& arguments : bad) {
         Options options;
@@ -109,8 +110,8 @@ TEST(LauncherEdges, ParsesLineKindAndExactTime)
     ASSERT_TRUE(boardsim::parseEdge("143:rising@0.000000001", edge, error));
     EXPECT_EQ(edge.timeNs, 1);
     EXPECT_EQ(edge.level, 1);
-    for (const char* text : {"2:up@1", "x:rising@1", "2:rising@1.", "2:rising@-1", "2:rising", "300:rising@1",
-                             "2:rising@1.0000000001"}) {
+    for (const char* text :
+         {"2:up@1", "x:rising@1", "2:rising@1.", "2:rising@-1", "2:rising", "300:rising@1", "2:rising@1.0000000001"}) {
         EXPECT_FALSE(boardsim::parseEdge(text, edge, error)) << text;
     }
 }
@@ -189,7 +190,7 @@ TEST_F(StateFolderTest, ProgramsWithoutAnInterpreterAreRecognised)
     EXPECT_EQ(boardsim::findProgram("sh").find('/'), 0U);
     EXPECT_EQ(boardsim::findProgram("no-such-program-anywhere"), "");
     EXPECT_FALSE(boardsim::staticallyLinked(boardsim::findProgram("sh")));  // dynamically linked
-    EXPECT_FALSE(boardsim::staticallyLinked("/etc/hostname"));               // not ELF at all
+    EXPECT_FALSE(boardsim::staticallyLinked("/etc/hostname"));              // not ELF at all
 
     // An executable ELF header with no program headers: no interpreter.
     Elf64_Ehdr header{};

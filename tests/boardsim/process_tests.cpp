@@ -204,8 +204,8 @@ TEST_F(ProcessTest, ProcessesOfOneRunShareTheBoardAndItsClock)
 
 TEST_F(ProcessTest, MessageFaultReachesTheProgramAsItsErrno)
 {
-    const Outcome outcome = client(withSetup({"spi-msg", "t:05/r:1", "spi-msg", "t:05/r:1"}),
-                                   {"--quiet", "--fault", "msg:2:EREMOTEIO"});
+    const Outcome outcome =
+        client(withSetup({"spi-msg", "t:05/r:1", "spi-msg", "t:05/r:1"}), {"--quiet", "--fault", "msg:2:EREMOTEIO"});
     EXPECT_NE(outcome.out.find("msg 2 00\nmsg -1 EREMOTEIO"), std::string::npos) << outcome.out;
     EXPECT_EQ(summaryObject().value("spi").toObject().value("failed").toInt(), 1);
 }
@@ -225,19 +225,21 @@ TEST_F(ProcessTest, SpidevServedAtAnotherPathAndDescriptorCallsWork)
                                    {"--quiet", "--spidev", root + "/board-node"});
     ASSERT_EQ(outcome.status, 0) << outcome.err;
     // The client runs in the launcher's folder; its relative path is ours.
-    EXPECT_EQ(outcome.out, "open ENOENT\ncloexec -1\ndup EBADF\nmsg -1 EBADF\nwrite -1 EBADF\nread -1 EBADF\nclose -1\n");
+    EXPECT_EQ(outcome.out,
+              "open ENOENT\ncloexec -1\ndup EBADF\nmsg -1 EBADF\nwrite -1 EBADF\nread -1 EBADF\nclose -1\n");
     const std::string node = root + "/board-node";
     const Outcome absolute = client({"spi-open", node, "spi-cloexec", "spi-dup", "spi-msg", "t:9f/r:3", "spi-write",
                                      "06", "spi-read", "2", "spi-close"},
                                     {"--quiet", "--spidev", node});
-    EXPECT_EQ(absolute.out, "open ok\ncloexec 0\ndup ok\nmsg 4 ef4015\nwrite 1\nread 2 ffff\nclose 0\n") << absolute.err;
+    EXPECT_EQ(absolute.out, "open ok\ncloexec 0\ndup ok\nmsg 4 ef4015\nwrite 1\nread 2 ffff\nclose 0\n")
+        << absolute.err;
 }
 
 TEST_F(ProcessTest, DeviceNodesAndGpioPathsExistForStatAndAccess)
 {
     Outcome outcome = client({"stat", "/dev/spidev0.0", "stat", "/dev/mldalm", "stat", "/sys/class/gpio/gpio48",
-                              "gpio-write", "/sys/class/gpio/export", "48", "stat", "/sys/class/gpio/gpio48",
-                              "stat", "/sys/class/gpio/gpio48/value"});
+                              "gpio-write", "/sys/class/gpio/export", "48", "stat", "/sys/class/gpio/gpio48", "stat",
+                              "/sys/class/gpio/gpio48/value"});
     EXPECT_EQ(outcome.out, "stat chr 153 0\naccess ok\nstat chr 10 130\naccess ok\nstat ENOENT\naccess ENOENT\n"
                            "write ok\nstat dir\naccess ok\nstat file\naccess ok\n")
         << outcome.err;
@@ -270,10 +272,10 @@ TEST_F(ProcessTest, StreamPinBehavesAsOnTheBoard)
 
 TEST_F(ProcessTest, LineLeftExportedIsThereInTheNextRun)
 {
-    ASSERT_EQ(client({"gpio-write", "/sys/class/gpio/export", "48", "gpio-write", "/sys/class/gpio/gpio48/direction",
-                      "high"})
-                  .status,
-              0);
+    ASSERT_EQ(
+        client({"gpio-write", "/sys/class/gpio/export", "48", "gpio-write", "/sys/class/gpio/gpio48/direction", "high"})
+            .status,
+        0);
     EXPECT_EQ(readAll(state + "/gpio/gpio48/value"), "1\n");
     const Outcome next = client({"gpio-read", "/sys/class/gpio/gpio48/direction", "gpio-read",
                                  "/sys/class/gpio/gpio48/value", "gpio-write", "/sys/class/gpio/export", "48"});
@@ -298,9 +300,9 @@ TEST_F(ProcessTest, EdgeWaitWithPpollTakesVirtualTime)
 
 TEST_F(ProcessTest, ActiveLowPinSeesTheElectricalFallAsRising)
 {
-    const Outcome outcome = client({"pin", "2", "in", "1", "pin-wait", "falling", "5", "pin", "3", "in", "1",
-                                    "pin-wait", "rising", "5"},
-                                   {"--quiet", "--edge", "2:falling@1", "--edge", "3:falling@7"});
+    const Outcome outcome =
+        client({"pin", "2", "in", "1", "pin-wait", "falling", "5", "pin", "3", "in", "1", "pin-wait", "rising", "5"},
+               {"--quiet", "--edge", "2:falling@1", "--edge", "3:falling@7"});
     EXPECT_EQ(outcome.out, "wait timeout\nwait edge\n") << outcome.err;
 }
 
@@ -315,10 +317,10 @@ TEST_F(ProcessTest, FortifiedEntryPointsReachTheSimulator)
 
 TEST_F(ProcessTest, PollAndEveryKindOfSleepOnTheMainThread)
 {
-    const Outcome outcome = client({"gpio-write", "/sys/class/gpio/export", "2", "gpio-write",
-                                    "/sys/class/gpio/gpio2/edge", "rising", "poll-value", "2", "4000", "clock-sleep",
-                                    "250000000", "std-sleep", "750"},
-                                   {"--quiet", "--edge", "2:rising@2.5"});
+    const Outcome outcome =
+        client({"gpio-write", "/sys/class/gpio/export", "2", "gpio-write", "/sys/class/gpio/gpio2/edge", "rising",
+                "poll-value", "2", "4000", "clock-sleep", "250000000", "std-sleep", "750"},
+               {"--quiet", "--edge", "2:rising@2.5"});
     EXPECT_EQ(outcome.out, "write ok\nwrite ok\npoll 1 10\nclock_nanosleep 0\n") << outcome.err;  // POLLPRI|POLLERR
     EXPECT_EQ(summaryObject().value("board_time_ns").toDouble(), 3.5e9);
 }
@@ -346,8 +348,7 @@ TEST_F(ProcessTest, StdioOutputOnAGpioFileIsDeliveredAtClose)
 TEST_F(ProcessTest, MainThreadSleepsAreVirtualOtherThreadsSleepForReal)
 {
     const auto before = std::chrono::steady_clock::now();
-    const Outcome outcome =
-        client({"sleep", "30", "usleep", "1000", "nanosleep", "1500", "thread-usleep", "20000"});
+    const Outcome outcome = client({"sleep", "30", "usleep", "1000", "nanosleep", "1500", "thread-usleep", "20000"});
     ASSERT_EQ(outcome.status, 0) << outcome.err;
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(15));
     EXPECT_EQ(summaryObject().value("board_time_ns").toDouble(), 30e9 + 1e6 + 1500);
@@ -465,8 +466,8 @@ TEST_F(ProcessTest, LibraryWithoutTheLauncherRefusesToRun)
 {
     std::string preload = sanitizerRuntime();
     preload += (preload.empty() ? "" : " ") + std::string(BOARDSIM_LIBRARY);
-    const Outcome outcome = execute({BOARDSIM_CLIENT, "spi-open", "/dev/spidev0.0"},
-                                    {"LD_PRELOAD=" + preload, "BOARDSIM_RUN="});
+    const Outcome outcome =
+        execute({BOARDSIM_CLIENT, "spi-open", "/dev/spidev0.0"}, {"LD_PRELOAD=" + preload, "BOARDSIM_RUN="});
     EXPECT_EQ(outcome.status, 125);
     EXPECT_EQ(outcome.out, "");
     EXPECT_NE(outcome.err.find("boardsim: BOARDSIM_RUN is not set"), std::string::npos) << outcome.err;

@@ -146,9 +146,9 @@ MessageResult SimFixture::message(int fd, const std::vector<Record>& records)
             rx[k].assign(record.rxLength, 0xAA);
             transfer.rx_buf = reinterpret_cast<std::uintptr_t>(rx[k].data());
         }
-        transfer.len = record.length != 0 ? record.length
-                                          : static_cast<std::uint32_t>(std::max<std::size_t>(record.tx.size(),
-                                                                                            record.rxLength));
+        transfer.len = record.length != 0
+                           ? record.length
+                           : static_cast<std::uint32_t>(std::max<std::size_t>(record.tx.size(), record.rxLength));
         transfer.cs_change = record.csChange ? 1 : 0;
         transfer.speed_hz = record.speedHz;
         transfer.delay_usecs = record.delayUsecs;

@@ -23,7 +23,7 @@ struct Record {
     std::vector<std::uint8_t> tx;  // empty with txLength 0: no tx buffer
     std::uint32_t rxLength = 0;    // 0: no rx buffer
     bool csChange = false;
-    std::uint32_t length = 0;      // 0: tx.size() or rxLength
+    std::uint32_t length = 0;  // 0: tx.size() or rxLength
     std::uint32_t speedHz = 0;
     std::uint16_t delayUsecs = 0;
     std::uint8_t txNbits = 0;

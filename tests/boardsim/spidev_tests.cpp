@@ -246,7 +246,9 @@ TEST_F(SpidevTest, NodeAbsentFaultAndExtraPaths)
 TEST_F(SpidevTest, MessagesWhileTheDspIsNotHeldOffAreReported)
 {
     startWith(boardsim::Options());
-    auto rules = [&] { return run().violationCount; };
+    auto rules = [&] {
+        return run().violationCount;
+    };
     readStatus(fd);
     EXPECT_EQ(rules(), 1U);  // line 48 not exported
     ASSERT_EQ(store("/sys/class/gpio/export", "48"), 0);

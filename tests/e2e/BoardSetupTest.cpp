@@ -11,9 +11,8 @@ namespace {
 const std::vector<std::string> SETUP_REQUESTS = {"WR_MODE",          "RD_MODE",         "WR_BITS_PER_WORD",
                                                  "RD_BITS_PER_WORD", "WR_MAX_SPEED_HZ", "RD_MAX_SPEED_HZ"};
 const std::vector<std::string> SETUP_FAILURES = {
-    "SPI_IOC_WR_MODE() failed.",          "SPI_IOC_RD_MODE() failed.",
-    "SPI_IOC_WR_BITS_PER_WORD() failed.", "SPI_IOC_RD_BITS_PER_WORD() failed.",
-    "SPI_IOC_WR_MAX_SPEED_HZ() failed.",  "SPI_IOC_RD_MAX_SPEED_HZ() failed."};
+    "SPI_IOC_WR_MODE() failed.",          "SPI_IOC_RD_MODE() failed.",         "SPI_IOC_WR_BITS_PER_WORD() failed.",
+    "SPI_IOC_RD_BITS_PER_WORD() failed.", "SPI_IOC_WR_MAX_SPEED_HZ() failed.", "SPI_IOC_RD_MAX_SPEED_HZ() failed."};
 
 class BoardSetup : public ::testing::Test {
 protected:
@@ -187,11 +186,8 @@ TEST_F(BoardSetup, Line48IsSetUpOnFirstUseBeforeAnyTransfer)
     }
     const std::vector<std::string> expected = {
         "unexport=48:EINVAL",  // not exported on a fresh board: refused
-        "export=48:ok",
-        "gpio48/active_low=0:ok",
-        "gpio48/direction=out:ok",
-        "gpio48/value=0:ok",
-        "gpio48/value=1:ok",
+        "export=48:ok",       "gpio48/active_low=0:ok", "gpio48/direction=out:ok",
+        "gpio48/value=0:ok",  "gpio48/value=1:ok",
     };
     EXPECT_EQ(writes, expected);
 

@@ -20,7 +20,10 @@ protected:
         m_board.setFlash(m_flash);
     }
 
-    Bytes flashPrefix(std::size_t length) const { return Bytes(m_flash.begin(), m_flash.begin() + static_cast<std::ptrdiff_t>(length)); }
+    Bytes flashPrefix(std::size_t length) const
+    {
+        return Bytes(m_flash.begin(), m_flash.begin() + static_cast<std::ptrdiff_t>(length));
+    }
 
     RunResult check(const Bytes& image, const RunSettings& settings = {}) const
     {

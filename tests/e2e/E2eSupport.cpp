@@ -95,8 +95,8 @@ void expectDspHeldOffDuringTransfersAndReleased(const RunResult& run)
 
 void expectHardwareUntouched(const RunResult& run)
 {
-    for (const char* ev : {"spi_open", "spi_ioctl", "spi_msg", "gpio_open", "gpio_write", "gpio_read",
-                           "melody_open", "melody_ioctl"}) {
+    for (const char* ev :
+         {"spi_open", "spi_ioctl", "spi_msg", "gpio_open", "gpio_write", "gpio_read", "melody_open", "melody_ioctl"}) {
         EXPECT_TRUE(run.events(ev).empty()) << ev << " events in a run that must not touch the board";
     }
     EXPECT_EQ(run.logMessages().size(), 0U) << "nothing reached the hardware, so nothing is logged\n" << run.log;
@@ -135,7 +135,8 @@ bool releasePauseBetween(const RunResult& run, int from, int to)
     for (int i = std::max(from, 0); i < to && i < static_cast<int>(run.trace.size()); ++i) {
         const QJsonObject& event = run.trace[static_cast<std::size_t>(i)];
         if (event.value(QStringLiteral("ev")).toString() == QLatin1String("sleep") &&
-            text(event.value(QStringLiteral("call"))) == "usleep" && integer(event.value(QStringLiteral("us"))) == 1000) {
+            text(event.value(QStringLiteral("call"))) == "usleep" &&
+            integer(event.value(QStringLiteral("us"))) == 1000) {
             return true;
         }
     }

@@ -19,14 +19,18 @@ protected:
         writeFile(m_board.path("image.bin"), m_image);
     }
 
-    RunResult write(const RunSettings& settings = {}) const { return m_board.merivak({"write", "image.bin"}, settings); }
+    RunResult write(const RunSettings& settings = {}) const
+    {
+        return m_board.merivak({"write", "image.bin"}, settings);
+    }
 
     // The sleep events of the erase's waiting loop.
     static std::vector<QJsonObject> oneSecondPauses(const RunResult& run)
     {
         std::vector<QJsonObject> pauses;
         for (const QJsonObject& sleep : run.events("sleep")) {
-            if (text(sleep.value(QStringLiteral("call"))) == "sleep" && integer(sleep.value(QStringLiteral("us"))) == 1000000) {
+            if (text(sleep.value(QStringLiteral("call"))) == "sleep" &&
+                integer(sleep.value(QStringLiteral("us"))) == 1000000) {
                 pauses.push_back(sleep);
             }
         }
@@ -64,7 +68,8 @@ TEST_F(Erase, WriteEnableAndChipEraseGoOutUnderSeparateChipSelects)
     }
     EXPECT_EQ(run.events("flash_cmd").size() > 0, true);
     EXPECT_EQ(findEvent(run, 0, "flash_cmd", "name", "CE") > 0, true);
-    EXPECT_EQ(run.logRecords("INFO", "Start erasing"), std::vector<std::string>{"Start erasing the whole DSP Flash... "});
+    EXPECT_EQ(run.logRecords("INFO", "Start erasing"),
+              std::vector<std::string>{"Start erasing the whole DSP Flash... "});
 }
 
 TEST_F(Erase, StatusIsPolledBackToBackWithOneSecondPausesBetweenRuns)
@@ -128,7 +133,8 @@ TEST_F(Erase, FlashThatStaysBusyFailsAfterTenWaits)
     EXPECT_EQ(messages.size(), 1 + 10 * STATUS_READS_PER_WAIT);
     EXPECT_EQ(oneSecondPauses(run).size(), 10U) << "the tenth wait is followed by its pause too";
     EXPECT_TRUE(messagesOfKind(run, MessageKind::Program).empty()) << "no programming after a failed erase";
-    EXPECT_EQ(run.logMessages(), (std::vector<std::string>{"Start erasing the whole DSP Flash... ", "Flash is not ready!!! "}));
+    EXPECT_EQ(run.logMessages(),
+              (std::vector<std::string>{"Start erasing the whole DSP Flash... ", "Flash is not ready!!! "}));
     EXPECT_EQ(run.logRecords("INFO", "Flash is not ready!!! ").size(), 1U);
     // 1 ms after the last pause, line 48 goes back to 1.
     const int lastPause = traceIndex(run, oneSecondPauses(run).back());

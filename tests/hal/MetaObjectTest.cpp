@@ -25,8 +25,7 @@ struct OwnMembers {
 OwnMembers ownMembers(const QMetaObject& meta)
 {
     return {meta.methodCount() - meta.methodOffset(), meta.propertyCount() - meta.propertyOffset(),
-            meta.enumeratorCount() - meta.enumeratorOffset(),
-            meta.classInfoCount() - meta.classInfoOffset()};
+            meta.enumeratorCount() - meta.enumeratorOffset(), meta.classInfoCount() - meta.classInfoOffset()};
 }
 
 TEST(MerivakMetaObject, DeclaresOnlyTheProtectedSlotHandleSPIdata)

@@ -30,7 +30,8 @@ struct Accounting {
 };
 
 // Records read "T<thread> R<number> <padding>"; warnings carry lost counts.
-Accounting account(const std::string& content, int threads) {
+Accounting account(const std::string& content, int threads)
+{
     static const std::regex RECORD("T(\\d+) R(\\d+) \\.{40}");
     static const std::regex WARNING(
         "--- WARNING: Log messages overflowed the cache! Lost (\\d+) messages before the next "
@@ -66,7 +67,8 @@ class ConcurrencyTest : public ::testing::Test {
 protected:
     // Logs from `threads` producers through a logger that feeds only the
     // appender, while another thread commits as well, then returns the file.
-    std::string run(int threads, int recordsPerThread, int cacheBound, int periodMs) {
+    std::string run(int threads, int recordsPerThread, int cacheBound, int periodMs)
+    {
         const std::string path = dir.file("concurrency.log");
         log4cplus::helpers::SharedObjectPtr<AsyncRollingFileAppender> appender(
             new AsyncRollingFileAppender(path, 100L * 1024 * 1024, cacheBound, periodMs));
@@ -87,9 +89,9 @@ protected:
         for (int thread = 0; thread < threads; ++thread) {
             producers.emplace_back([&logger, thread, recordsPerThread] {
                 for (int number = 0; number < recordsPerThread; ++number) {
-                    logger.forcedLog(log4cplus::INFO_LOG_LEVEL,
-                                     "T" + std::to_string(thread) + " R" + std::to_string(number) +
-                                         " " + std::string(40, '.'));
+                    logger.forcedLog(log4cplus::INFO_LOG_LEVEL, "T" + std::to_string(thread) + " R" +
+                                                                    std::to_string(number) + " " +
+                                                                    std::string(40, '.'));
                 }
             });
         }
@@ -108,7 +110,8 @@ protected:
     logtest::TempDir dir;
 };
 
-TEST_F(ConcurrencyTest, NoRecordIsLostWhileTheCacheHasRoom) {
+TEST_F(ConcurrencyTest, NoRecordIsLostWhileTheCacheHasRoom)
+{
     const int threads = 4;
     const int records = 2000;
     const Accounting result = account(run(threads, records, threads * records, 1), threads);
@@ -117,12 +120,12 @@ TEST_F(ConcurrencyTest, NoRecordIsLostWhileTheCacheHasRoom) {
     EXPECT_TRUE(result.defects.empty()) << result.defects.front();
 }
 
-TEST_F(ConcurrencyTest, WrittenPlusLostEqualsLoggedUnderOverload) {
+TEST_F(ConcurrencyTest, WrittenPlusLostEqualsLoggedUnderOverload)
+{
     const int threads = 8;
     const int records = 2000;
     const Accounting result = account(run(threads, records, 16, 1), threads);
-    EXPECT_EQ(static_cast<unsigned long>(result.written) + result.lost,
-              static_cast<unsigned long>(threads * records));
+    EXPECT_EQ(static_cast<unsigned long>(result.written) + result.lost, static_cast<unsigned long>(threads * records));
     EXPECT_TRUE(result.defects.empty()) << result.defects.front();
 }
 

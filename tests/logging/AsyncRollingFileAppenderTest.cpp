@@ -29,7 +29,8 @@ struct ErrorReports {
     std::mutex mutex;
     std::vector<std::string> messages;
 
-    std::vector<std::string> taken() {
+    std::vector<std::string> taken()
+    {
         std::lock_guard<std::mutex> guard(mutex);
         return messages;
     }
@@ -37,9 +38,9 @@ struct ErrorReports {
 
 class RecordingErrorHandler : public log4cplus::ErrorHandler {
 public:
-    explicit RecordingErrorHandler(std::shared_ptr<ErrorReports> reports)
-        : m_reports(std::move(reports)) {}
-    void error(const log4cplus::tstring& message) override {
+    explicit RecordingErrorHandler(std::shared_ptr<ErrorReports> reports) : m_reports(std::move(reports)) {}
+    void error(const log4cplus::tstring& message) override
+    {
         std::lock_guard<std::mutex> guard(m_reports->mutex);
         m_reports->messages.push_back(message);
     }
@@ -55,11 +56,15 @@ public:
     void reset() override {}
 };
 
-std::string banner(const std::string& path) {
+std::string banner(const std::string& path)
+{
     return "\n*\n* Process writing to " + path + " was restarted\n*\n\n";
 }
 
-std::string record(int number) { return "record " + std::to_string(number) + "\n"; }
+std::string record(int number)
+{
+    return "record " + std::to_string(number) + "\n";
+}
 
 // One appender per test, with records laid out as "%m%n". The commit thread
 // is stopped before the last reference goes, as an owner that destroys the
@@ -68,7 +73,8 @@ std::string record(int number) { return "record " + std::to_string(number) + "\n
 class TestAppender {
 public:
     TestAppender(const std::string& path, long rolloverSize, int cacheBound, int periodMs)
-        : m_appender(new AsyncRollingFileAppender(path, rolloverSize, cacheBound, periodMs)) {
+        : m_appender(new AsyncRollingFileAppender(path, rolloverSize, cacheBound, periodMs))
+    {
         m_appender->setLayout(std::make_unique<log4cplus::PatternLayout>("%m%n"));
     }
     ~TestAppender() { destroy(); }
@@ -77,23 +83,27 @@ public:
 
     AsyncRollingFileAppender* operator->() const { return m_appender.get(); }
 
-    std::shared_ptr<ErrorReports> manualCommits() {
+    std::shared_ptr<ErrorReports> manualCommits()
+    {
         m_appender->stop();
         auto reports = std::make_shared<ErrorReports>();
         m_appender->setErrorHandler(std::make_unique<RecordingErrorHandler>(reports));
         return reports;
     }
-    void log(const std::string& message) {
-        const log4cplus::spi::InternalLoggingEvent event("test", log4cplus::INFO_LOG_LEVEL,
-                                                         message, __FILE__, __LINE__);
+    void log(const std::string& message)
+    {
+        const log4cplus::spi::InternalLoggingEvent event("test", log4cplus::INFO_LOG_LEVEL, message, __FILE__,
+                                                         __LINE__);
         m_appender->doAppend(event);
     }
-    void logRecords(int first, int last) {
+    void logRecords(int first, int last)
+    {
         for (int number = first; number <= last; ++number) {
             log("record " + std::to_string(number));
         }
     }
-    void destroy() {
+    void destroy()
+    {
         if (m_appender) {
             m_appender->stop();
             m_appender = nullptr;
@@ -110,7 +120,8 @@ protected:
     const std::string path = dir.file("test.log");
 };
 
-TEST_F(AppenderTest, WritesTheRestartBannerAtEveryConstruction) {
+TEST_F(AppenderTest, WritesTheRestartBannerAtEveryConstruction)
+{
     {
         std::ofstream earlier(path);
         earlier << "earlier process\n";
@@ -121,7 +132,8 @@ TEST_F(AppenderTest, WritesTheRestartBannerAtEveryConstruction) {
     EXPECT_EQ(readFile(path), "earlier process\n" + banner(path) + banner(path));
 }
 
-TEST_F(AppenderTest, AppendOnlyCachesAndCommitWritesInOrderAndFlushes) {
+TEST_F(AppenderTest, AppendOnlyCachesAndCommitWritesInOrderAndFlushes)
+{
     TestAppender appender(path, LARGE_ROLLOVER, 50, NEVER);
     appender.manualCommits();
     appender.logRecords(1, 3);
@@ -133,7 +145,8 @@ TEST_F(AppenderTest, AppendOnlyCachesAndCommitWritesInOrderAndFlushes) {
     EXPECT_EQ(appender->getCachedCount(), 0u);
 }
 
-TEST_F(AppenderTest, EmptyCommitWritesNothing) {
+TEST_F(AppenderTest, EmptyCommitWritesNothing)
+{
     TestAppender appender(path, LARGE_ROLLOVER, 50, NEVER);
     appender.manualCommits();
     appender.logRecords(1, 1);
@@ -145,7 +158,8 @@ TEST_F(AppenderTest, EmptyCommitWritesNothing) {
 }
 
 // Bound 50 as configured, and bound 0, which falls back to 50.
-TEST_F(AppenderTest, OverflowKeepsTheNewestAndWarnsOnceWithTheLostCount) {
+TEST_F(AppenderTest, OverflowKeepsTheNewestAndWarnsOnceWithTheLostCount)
+{
     for (const int bound : {50, 0}) {
         SCOPED_TRACE("bound " + std::to_string(bound));
         logtest::TempDir ownDir;
@@ -156,9 +170,8 @@ TEST_F(AppenderTest, OverflowKeepsTheNewestAndWarnsOnceWithTheLostCount) {
         EXPECT_EQ(appender->getLostCount(), 10u);
         appender->commit();
 
-        std::string expected = banner(ownPath) +
-                               "--- WARNING: Log messages overflowed the cache! Lost 10 messages "
-                               "before the next message. ---\n";
+        std::string expected = banner(ownPath) + "--- WARNING: Log messages overflowed the cache! Lost 10 messages "
+                                                 "before the next message. ---\n";
         for (int number = 11; number <= 60; ++number) {
             expected += record(number);
         }
@@ -171,7 +184,8 @@ TEST_F(AppenderTest, OverflowKeepsTheNewestAndWarnsOnceWithTheLostCount) {
     }
 }
 
-TEST_F(AppenderTest, OneLostRecordStillSaysMessages) {
+TEST_F(AppenderTest, OneLostRecordStillSaysMessages)
+{
     TestAppender appender(path, LARGE_ROLLOVER, 3, NEVER);
     appender.manualCommits();
     appender.logRecords(1, 4);
@@ -182,7 +196,8 @@ TEST_F(AppenderTest, OneLostRecordStillSaysMessages) {
                                   record(2) + record(3) + record(4));
 }
 
-TEST_F(AppenderTest, RollsOverAfterTheRecordThatCrossesTheSize) {
+TEST_F(AppenderTest, RollsOverAfterTheRecordThatCrossesTheSize)
+{
     const long size = 204800;
     const std::string text(999, 'x');  // 1000 bytes per record with its line end
     TestAppender appender(path, size, 1000, NEVER);
@@ -203,7 +218,8 @@ TEST_F(AppenderTest, RollsOverAfterTheRecordThatCrossesTheSize) {
     EXPECT_EQ(readFile(path).substr(0, 1000), text + "\n");
 }
 
-TEST_F(AppenderTest, RolloverUsesTheSizeTheBaseClassKeeps) {
+TEST_F(AppenderTest, RolloverUsesTheSizeTheBaseClassKeeps)
+{
     {
         // The base class raises sizes below 200 KiB to 204800.
         TestAppender appender(path, 10240, 100, NEVER);
@@ -220,7 +236,8 @@ TEST_F(AppenderTest, RolloverUsesTheSizeTheBaseClassKeeps) {
     EXPECT_EQ(larger->getRolloverSize(), 300000);
 }
 
-TEST_F(AppenderTest, MissingDirectoryIsReportedAtEveryCommitAndTheCacheStaysBounded) {
+TEST_F(AppenderTest, MissingDirectoryIsReportedAtEveryCommitAndTheCacheStaysBounded)
+{
     const std::string missing = dir.file("missing/test.log");
     TestAppender appender(missing, LARGE_ROLLOVER, 50, NEVER);
     const auto reports = appender.manualCommits();
@@ -233,7 +250,8 @@ TEST_F(AppenderTest, MissingDirectoryIsReportedAtEveryCommitAndTheCacheStaysBoun
     EXPECT_FALSE(std::filesystem::exists(missing));
 }
 
-TEST_F(AppenderTest, CloseWritesTheCacheThenLaterCommitsReportTheFile) {
+TEST_F(AppenderTest, CloseWritesTheCacheThenLaterCommitsReportTheFile)
+{
     TestAppender appender(path, LARGE_ROLLOVER, 50, NEVER);
     const auto reports = appender.manualCommits();
     appender.logRecords(1, 2);
@@ -245,7 +263,8 @@ TEST_F(AppenderTest, CloseWritesTheCacheThenLaterCommitsReportTheFile) {
     EXPECT_EQ(readFile(path), banner(path) + record(1) + record(2));
 }
 
-TEST_F(AppenderTest, CloseEndsTheCommitThread) {
+TEST_F(AppenderTest, CloseEndsTheCommitThread)
+{
     // Were the thread still running, its commits would report the closed
     // file every 1 ms.
     TestAppender appender(path, LARGE_ROLLOVER, 50, 1);
@@ -256,17 +275,19 @@ TEST_F(AppenderTest, CloseEndsTheCommitThread) {
     EXPECT_TRUE(reports->taken().empty());
 }
 
-TEST_F(AppenderTest, CommitThreadWritesEveryPeriod) {
+TEST_F(AppenderTest, CommitThreadWritesEveryPeriod)
+{
     TestAppender appender(path, LARGE_ROLLOVER, 50, 2);
     appender.logRecords(1, 5);
-    EXPECT_TRUE(logtest::waitUntil([&] { return readFile(path).size() == banner(path).size() + 5 * record(1).size(); }));
+    EXPECT_TRUE(
+        logtest::waitUntil([&] { return readFile(path).size() == banner(path).size() + 5 * record(1).size(); }));
     appender.logRecords(6, 6);
     EXPECT_TRUE(logtest::waitUntil([&] { return readFile(path).find(record(6)) != std::string::npos; }));
-    EXPECT_EQ(readFile(path),
-              banner(path) + record(1) + record(2) + record(3) + record(4) + record(5) + record(6));
+    EXPECT_EQ(readFile(path), banner(path) + record(1) + record(2) + record(3) + record(4) + record(5) + record(6));
 }
 
-TEST_F(AppenderTest, PeriodZeroCommitsContinuously) {
+TEST_F(AppenderTest, PeriodZeroCommitsContinuously)
+{
     TestAppender appender(path, LARGE_ROLLOVER, 50, 0);
     EXPECT_EQ(appender->getCommitPeriodMs(), 0);
     for (int number = 1; number <= 3; ++number) {
@@ -275,7 +296,8 @@ TEST_F(AppenderTest, PeriodZeroCommitsContinuously) {
     }
 }
 
-TEST_F(AppenderTest, DestructorCommitsTheRemainingRecords) {
+TEST_F(AppenderTest, DestructorCommitsTheRemainingRecords)
+{
     TestAppender appender(path, LARGE_ROLLOVER, 50, NEVER);
     appender.manualCommits();
     appender.logRecords(1, 2);
@@ -283,7 +305,8 @@ TEST_F(AppenderTest, DestructorCommitsTheRemainingRecords) {
     EXPECT_EQ(readFile(path), banner(path) + record(1) + record(2));
 }
 
-TEST_F(AppenderTest, FailedFinalCommitAbortsWithItsMessage) {
+TEST_F(AppenderTest, FailedFinalCommitAbortsWithItsMessage)
+{
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const std::string missing = dir.file("missing/test.log");
     EXPECT_DEATH(

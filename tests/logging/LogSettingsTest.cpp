@@ -10,7 +10,8 @@ using logging::LoggerLevelSetting;
 
 namespace {
 
-TEST(AppenderSelection, OnlyTheExactWordsSelectAppenders) {
+TEST(AppenderSelection, OnlyTheExactWordsSelectAppenders)
+{
     auto expect = [](const char* value, bool console, bool file) {
         const logging::AppenderSelection selection = logging::parseAppenderSelection(value);
         EXPECT_EQ(selection.console, console) << (value ? value : "(unset)");
@@ -26,7 +27,8 @@ TEST(AppenderSelection, OnlyTheExactWordsSelectAppenders) {
     expect("ALL ", false, false);
 }
 
-TEST(NumericValue, ReadsTheLeadingNumberLikeStrtol) {
+TEST(NumericValue, ReadsTheLeadingNumberLikeStrtol)
+{
     EXPECT_EQ(logging::parseInt32("123"), 123);
     EXPECT_EQ(logging::parseInt32("  42ms"), 42);
     EXPECT_EQ(logging::parseInt32("-7"), -7);
@@ -35,14 +37,16 @@ TEST(NumericValue, ReadsTheLeadingNumberLikeStrtol) {
     EXPECT_EQ(logging::parseInt32("0x10"), 0);
 }
 
-TEST(NumericValue, SaturatesAtThe32BitLimits) {
+TEST(NumericValue, SaturatesAtThe32BitLimits)
+{
     EXPECT_EQ(logging::parseInt32("2147483647"), INT_MAX);
     EXPECT_EQ(logging::parseInt32("2147483648"), INT_MAX);
     EXPECT_EQ(logging::parseInt32("99999999999999999999999"), INT_MAX);
     EXPECT_EQ(logging::parseInt32("-2147483649"), INT_MIN);
 }
 
-TEST(FileSize, UnitsAreFoundAnywhereInAnyCase) {
+TEST(FileSize, UnitsAreFoundAnywhereInAnyCase)
+{
     EXPECT_EQ(logging::parseFileSize(nullptr), 1048576);
     EXPECT_EQ(logging::parseFileSize("10kB"), 10240);
     EXPECT_EQ(logging::parseFileSize("3MB"), 3145728);
@@ -58,7 +62,8 @@ TEST(FileSize, UnitsAreFoundAnywhereInAnyCase) {
     EXPECT_EQ(logging::parseFileSize("-5kB"), -5120);
 }
 
-TEST(FileSize, ByteCountsBeyond32BitsAreClamped) {
+TEST(FileSize, ByteCountsBeyond32BitsAreClamped)
+{
     EXPECT_EQ(logging::parseFileSize("2047MB"), 2047L * 1048576);
     EXPECT_EQ(logging::parseFileSize("2048MB"), INT_MAX);
     EXPECT_EQ(logging::parseFileSize("99999999999MB"), INT_MAX);
@@ -66,12 +71,12 @@ TEST(FileSize, ByteCountsBeyond32BitsAreClamped) {
     EXPECT_EQ(logging::parseFileSize("-3000MB"), INT_MIN);
 }
 
-TEST(LevelWord, KnowsExactlyTheUpperAndLowerCaseWords) {
+TEST(LevelWord, KnowsExactlyTheUpperAndLowerCaseWords)
+{
     const std::pair<const char*, log4cplus::LogLevel> known[] = {
-        {"OFF", 60000},  {"off", 60000},   {"FATAL", 50000}, {"fatal", 50000},
-        {"ERROR", 40000}, {"error", 40000}, {"WARN", 30000},  {"warn", 30000},
-        {"INFO", 20000},  {"info", 20000},  {"DEBUG", 10000}, {"debug", 10000},
-        {"TRACE", 0},     {"trace", 0},     {"", 0},
+        {"OFF", 60000},   {"off", 60000},   {"FATAL", 50000}, {"fatal", 50000}, {"ERROR", 40000},
+        {"error", 40000}, {"WARN", 30000},  {"warn", 30000},  {"INFO", 20000},  {"info", 20000},
+        {"DEBUG", 10000}, {"debug", 10000}, {"TRACE", 0},     {"trace", 0},     {"", 0},
     };
     for (const auto& word : known) {
         EXPECT_EQ(logging::parseLevelWord(word.first), word.second) << word.first;
@@ -81,7 +86,8 @@ TEST(LevelWord, KnowsExactlyTheUpperAndLowerCaseWords) {
     }
 }
 
-TEST(LoggerList, MapsNamesToLoggersInOrder) {
+TEST(LoggerList, MapsNamesToLoggersInOrder)
+{
     const std::vector<LoggerLevelSetting> expected = {
         {false, "spi_logger", 10000},
         {false, "exception_logger", 40000},
@@ -91,7 +97,8 @@ TEST(LoggerList, MapsNamesToLoggersInOrder) {
     EXPECT_EQ(logging::parseLoggerLevels("spi:DEBUG,exception:ERROR;ALL:ERROR,all"), expected);
 }
 
-TEST(LoggerList, KeepsRepeatedEntriesSoTheLaterWins) {
+TEST(LoggerList, KeepsRepeatedEntriesSoTheLaterWins)
+{
     const std::vector<LoggerLevelSetting> expected = {
         {false, "spi_logger", 20000},
         {false, "spi_logger", 40000},
@@ -99,21 +106,19 @@ TEST(LoggerList, KeepsRepeatedEntriesSoTheLaterWins) {
     EXPECT_EQ(logging::parseLoggerLevels("spi:INFO;spi:ERROR"), expected);
 }
 
-TEST(LoggerList, LevelWordRules) {
-    EXPECT_EQ(logging::parseLoggerLevels("spi"),
-              (std::vector<LoggerLevelSetting>{{false, "spi_logger", 0}}));
-    EXPECT_EQ(logging::parseLoggerLevels("spi:"),
-              (std::vector<LoggerLevelSetting>{{false, "spi_logger", 0}}));
-    EXPECT_EQ(logging::parseLoggerLevels("spi:Info"),
-              (std::vector<LoggerLevelSetting>{{false, "spi_logger", 60000}}));
+TEST(LoggerList, LevelWordRules)
+{
+    EXPECT_EQ(logging::parseLoggerLevels("spi"), (std::vector<LoggerLevelSetting>{{false, "spi_logger", 0}}));
+    EXPECT_EQ(logging::parseLoggerLevels("spi:"), (std::vector<LoggerLevelSetting>{{false, "spi_logger", 0}}));
+    EXPECT_EQ(logging::parseLoggerLevels("spi:Info"), (std::vector<LoggerLevelSetting>{{false, "spi_logger", 60000}}));
     // Text after a second ':' is ignored, even when the level word is empty.
     EXPECT_EQ(logging::parseLoggerLevels("spi:ERROR:DEBUG"),
               (std::vector<LoggerLevelSetting>{{false, "spi_logger", 40000}}));
-    EXPECT_EQ(logging::parseLoggerLevels("spi::ERROR"),
-              (std::vector<LoggerLevelSetting>{{false, "spi_logger", 0}}));
+    EXPECT_EQ(logging::parseLoggerLevels("spi::ERROR"), (std::vector<LoggerLevelSetting>{{false, "spi_logger", 0}}));
 }
 
-TEST(LoggerList, SkipsEmptyEntriesAndEntriesWithoutAName) {
+TEST(LoggerList, SkipsEmptyEntriesAndEntriesWithoutAName)
+{
     const std::vector<LoggerLevelSetting> expected = {
         {false, "spi_logger", 10000},
         {false, "exception_logger", 40000},
@@ -124,7 +129,8 @@ TEST(LoggerList, SkipsEmptyEntriesAndEntriesWithoutAName) {
     EXPECT_TRUE(logging::parseLoggerLevels(":::").empty());
 }
 
-TEST(DefaultFileName, BaseNameCutAtTheFirstDot) {
+TEST(DefaultFileName, BaseNameCutAtTheFirstDot)
+{
     EXPECT_EQ(logging::logFileNameForExecutable("/usr/local/bin/tool"), "tool.log");
     EXPECT_EQ(logging::logFileNameForExecutable("/opt/tools/tool.new.bin"), "tool.log");
     EXPECT_EQ(logging::logFileNameForExecutable("/opt/v1.2/tool"), "tool.log");
@@ -133,7 +139,8 @@ TEST(DefaultFileName, BaseNameCutAtTheFirstDot) {
     EXPECT_EQ(logging::logFileNameForExecutable(""), "app.log");
 }
 
-TEST(AppenderBounds, CacheBoundBelowOneTakesTheDefault) {
+TEST(AppenderBounds, CacheBoundBelowOneTakesTheDefault)
+{
     using log4cplus::AsyncRollingFileAppender;
     EXPECT_EQ(AsyncRollingFileAppender::boundedCacheEntries(0), 50);
     EXPECT_EQ(AsyncRollingFileAppender::boundedCacheEntries(-1), 50);
@@ -142,7 +149,8 @@ TEST(AppenderBounds, CacheBoundBelowOneTakesTheDefault) {
     EXPECT_EQ(AsyncRollingFileAppender::boundedCacheEntries(INT_MAX), INT_MAX);
 }
 
-TEST(AppenderBounds, CommitPeriodIsNeverNegativeNorBeyondTheMicrosecondRange) {
+TEST(AppenderBounds, CommitPeriodIsNeverNegativeNorBeyondTheMicrosecondRange)
+{
     using log4cplus::AsyncRollingFileAppender;
     EXPECT_EQ(AsyncRollingFileAppender::boundedCommitPeriodMs(0), 0);
     EXPECT_EQ(AsyncRollingFileAppender::boundedCommitPeriodMs(-1), 80);

@@ -33,16 +33,18 @@ public:
     ~CapturingAppender() override { destructorImpl(); }
     void close() override {}
 
-    std::vector<Captured> events() {
+    std::vector<Captured> events()
+    {
         std::lock_guard<std::mutex> guard(m_mutex);
         return m_events;
     }
 
 protected:
-    void append(const log4cplus::spi::InternalLoggingEvent& event) override {
+    void append(const log4cplus::spi::InternalLoggingEvent& event) override
+    {
         std::lock_guard<std::mutex> guard(m_mutex);
-        m_events.push_back({event.getLogLevel(), event.getMessage(), event.getFile(),
-                            event.getLine(), event.getFunction()});
+        m_events.push_back(
+            {event.getLogLevel(), event.getMessage(), event.getFile(), event.getLine(), event.getFunction()});
     }
 
 private:
@@ -52,7 +54,8 @@ private:
 
 class LogStatementTest : public ::testing::Test {
 protected:
-    void SetUp() override {
+    void SetUp() override
+    {
         const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info();
         loggerName = std::string(info->name()) + "_logger";
         log4cplus::Logger logger = log4cplus::Logger::getInstance(loggerName);
@@ -69,12 +72,14 @@ protected:
 const std::regex MESSAGE_FORM("\\[\\d+\\.\\d{6} sec\\] - (.*)");
 
 int composedPieces = 0;
-int countedPiece() {
+int countedPiece()
+{
     ++composedPieces;
     return composedPieces;
 }
 
-TEST_F(LogStatementTest, HandsOverElapsedSecondsMessageAndCallerLocation) {
+TEST_F(LogStatementTest, HandsOverElapsedSecondsMessageAndCallerLocation)
+{
     const int line = __LINE__ + 1;
     MERIVAK_LOG_INFO(loggerName.c_str(), "value " << 42 << " and " << std::string("text"));
     const std::vector<Captured> events = capture->events();
@@ -88,8 +93,10 @@ TEST_F(LogStatementTest, HandsOverElapsedSecondsMessageAndCallerLocation) {
     EXPECT_EQ(events[0].function, __PRETTY_FUNCTION__);
 }
 
-TEST_F(LogStatementTest, ErrorStatementsCarryLevelError) {
-    MERIVAK_LOG_ERROR(loggerName.c_str(), "failed -> " << "ERRNO : " << 5);
+TEST_F(LogStatementTest, ErrorStatementsCarryLevelError)
+{
+    MERIVAK_LOG_ERROR(loggerName.c_str(), "failed -> "
+                                              << "ERRNO : " << 5);
     const std::vector<Captured> events = capture->events();
     ASSERT_EQ(events.size(), 1u);
     EXPECT_EQ(events[0].level, 40000);
@@ -97,7 +104,8 @@ TEST_F(LogStatementTest, ErrorStatementsCarryLevelError) {
     EXPECT_NE(events[0].message.find(" sec] - failed -> ERRNO : 5"), std::string::npos);
 }
 
-TEST_F(LogStatementTest, DisabledLevelComposesNothing) {
+TEST_F(LogStatementTest, DisabledLevelComposesNothing)
+{
     log4cplus::Logger::getInstance(loggerName).setLogLevel(log4cplus::ERROR_LOG_LEVEL);
     composedPieces = 0;
     MERIVAK_LOG_INFO(loggerName.c_str(), "never " << countedPiece());
@@ -108,7 +116,8 @@ TEST_F(LogStatementTest, DisabledLevelComposesNothing) {
     EXPECT_EQ(capture->events().size(), 1u);
 }
 
-TEST_F(LogStatementTest, ConcurrentStatementsKeepTheirMessagesApart) {
+TEST_F(LogStatementTest, ConcurrentStatementsKeepTheirMessagesApart)
+{
     std::vector<std::thread> threads;
     for (int thread = 0; thread < 4; ++thread) {
         threads.emplace_back([this, thread] {
@@ -130,7 +139,8 @@ TEST_F(LogStatementTest, ConcurrentStatementsKeepTheirMessagesApart) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv)
+{
     // No appender on the root logger: only the tests' own loggers write.
     ::setenv("LOG4CPLUS_APPENDER", "NONE", 1);
     ::unsetenv("LOG4CPLUS_LOGGERS");

@@ -33,7 +33,8 @@
 namespace {
 
 struct StaticInitLogger {
-    StaticInitLogger() {
+    StaticInitLogger()
+    {
         if (std::getenv("LOGGING_CHILD_STATIC_INIT") != nullptr) {
             MERIVAK_LOG_INFO("spi_logger", "static initialisation record");
         }
@@ -41,12 +42,14 @@ struct StaticInitLogger {
 } staticInitLogger;
 
 // Shows on standard output whether a message was composed.
-const char* composed(const char* what) {
+const char* composed(const char* what)
+{
     std::printf("composed %s\n", what);
     return what;
 }
 
-void logFromTwoThreads() {
+void logFromTwoThreads()
+{
     std::mutex mutex;
     std::condition_variable ready;
     int waiting = 0;
@@ -65,21 +68,28 @@ void logFromTwoThreads() {
     two.join();
 }
 
-void logAtExitRegisteredFirst() { MERIVAK_LOG_INFO("spi_logger", "exit handler registered first"); }
-void logAtExitRegisteredLast() { MERIVAK_LOG_INFO("spi_logger", "exit handler registered last"); }
+void logAtExitRegisteredFirst()
+{
+    MERIVAK_LOG_INFO("spi_logger", "exit handler registered first");
+}
+void logAtExitRegisteredLast()
+{
+    MERIVAK_LOG_INFO("spi_logger", "exit handler registered last");
+}
 
 // Runs after the final commit and before log4cplus shuts down: by then the
 // commit thread must be gone, so that it has no part in log4cplus's teardown.
-void reportCommitThreadAtExit() {
-    std::printf("commit thread running at exit: %s\n",
-                getFileAppender()->isRunning() ? "yes" : "no");
+void reportCommitThreadAtExit()
+{
+    std::printf("commit thread running at exit: %s\n", getFileAppender()->isRunning() ? "yes" : "no");
     std::fflush(stdout);
     MERIVAK_LOG_INFO("spi_logger", "record after the final commit");
 }
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv)
+{
     const std::string scenario = argc > 1 ? argv[1] : "records";
     if (scenario == "records") {
         MERIVAK_LOG_INFO("spi_logger", "info record " << 1);

@@ -32,8 +32,8 @@ struct ChildRun {
 };
 
 // Runs the child with only PATH, the sanitizers' options and `environment`.
-ChildRun runChild(const std::string& program, const std::vector<std::string>& arguments,
-                  Environment environment) {
+ChildRun runChild(const std::string& program, const std::vector<std::string>& arguments, Environment environment)
+{
     logtest::TempDir outputs;
     const std::string outPath = outputs.file("stdout");
     const std::string errPath = outputs.file("stderr");
@@ -56,21 +56,18 @@ ChildRun runChild(const std::string& program, const std::vector<std::string>& ar
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outPath.c_str(),
-                                     O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errPath.c_str(),
-                                     O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     ChildRun run;
-    const int spawned = posix_spawn(&run.pid, program.c_str(), &actions, nullptr, argv.data(),
-                                    envp.data());
+    const int spawned = posix_spawn(&run.pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
     posix_spawn_file_actions_destroy(&actions);
     if (spawned != 0) {
         ADD_FAILURE() << "cannot start " << program;
         return run;
     }
     int status = 0;
-    const bool ended = logtest::waitUntil(
-        [&] { return waitpid(run.pid, &status, WNOHANG) == run.pid; }, std::chrono::seconds(60));
+    const bool ended =
+        logtest::waitUntil([&] { return waitpid(run.pid, &status, WNOHANG) == run.pid; }, std::chrono::seconds(60));
     if (!ended) {
         kill(run.pid, SIGKILL);
         waitpid(run.pid, &status, 0);
@@ -93,7 +90,8 @@ struct Record {
 };
 
 // The record lines of a text; other lines (banner, echo lines) are skipped.
-std::vector<Record> records(const std::string& text) {
+std::vector<Record> records(const std::string& text)
+{
     static const std::regex LINE(
         "(INFO|ERROR) P:(\\d+) T:\\S+ \\[\\d{4}-\\d\\d-\\d\\d (\\d\\d):(\\d\\d):\\d\\d\\.\\d{3} "
         "UTC:(\\d\\d):(\\d\\d)\\] (\\S+) (\\S+):\\d+ \\[(\\d+\\.\\d{6}) sec\\] - (.*)");
@@ -101,14 +99,15 @@ std::vector<Record> records(const std::string& text) {
     for (const std::string& line : logtest::splitLines(text)) {
         std::smatch m;
         if (std::regex_match(line, m, LINE)) {
-            result.push_back({m[1], std::stol(m[2]), std::stoi(m[3]), std::stoi(m[4]),
-                              std::stoi(m[5]), std::stoi(m[6]), m[7], m[8], m[9], m[10]});
+            result.push_back({m[1], std::stol(m[2]), std::stoi(m[3]), std::stoi(m[4]), std::stoi(m[5]), std::stoi(m[6]),
+                              m[7], m[8], m[9], m[10]});
         }
     }
     return result;
 }
 
-std::vector<std::string> messages(const std::string& text) {
+std::vector<std::string> messages(const std::string& text)
+{
     std::vector<std::string> result;
     for (const Record& record : records(text)) {
         result.push_back(record.level + " " + record.logger + " " + record.message);
@@ -122,13 +121,15 @@ const std::vector<std::string> ALL_THREE = {
     "INFO exception_logger exception info record",
 };
 
-std::string banner(const std::string& path) {
+std::string banner(const std::string& path)
+{
     return "\n*\n* Process writing to " + path + " was restarted\n*\n\n";
 }
 
 class LoggingProcessTest : public ::testing::Test {
 protected:
-    ChildRun run(const std::vector<std::string>& arguments, Environment environment) {
+    ChildRun run(const std::vector<std::string>& arguments, Environment environment)
+    {
         return runChild(LOGGING_CHILD_PATH, arguments, std::move(environment));
     }
     std::string dirVariable() const { return "LOG4CPLUS_FILE_DIR=" + dir.path(); }
@@ -137,7 +138,8 @@ protected:
     logtest::TempDir dir;
 };
 
-TEST_F(LoggingProcessTest, DefaultsLogToConsoleAndFileWithoutEchoLines) {
+TEST_F(LoggingProcessTest, DefaultsLogToConsoleAndFileWithoutEchoLines)
+{
     const ChildRun child = run({"records"}, {dirVariable()});
     EXPECT_EQ(child.exitStatus, 0) << child.err;
     EXPECT_EQ(child.err, "");
@@ -154,7 +156,8 @@ TEST_F(LoggingProcessTest, DefaultsLogToConsoleAndFileWithoutEchoLines) {
     }
 }
 
-TEST_F(LoggingProcessTest, RecordShowsLocalTimeAndUtcTime) {
+TEST_F(LoggingProcessTest, RecordShowsLocalTimeAndUtcTime)
+{
     const ChildRun child = run({"records"}, {"LOG4CPLUS_APPENDER=CONSOLE", "TZ=XYZ-5"});
     const std::vector<Record> lines = records(child.out);
     ASSERT_EQ(lines.size(), 3u) << child.out;
@@ -166,18 +169,19 @@ TEST_F(LoggingProcessTest, RecordShowsLocalTimeAndUtcTime) {
     EXPECT_TRUE(difference == 300 || difference == 299) << child.out;
 }
 
-TEST_F(LoggingProcessTest, DefaultDirectoryIsTheBoardsLogFolder) {
+TEST_F(LoggingProcessTest, DefaultDirectoryIsTheBoardsLogFolder)
+{
     if (std::filesystem::exists("/var/lib/vosta/log")) {
         GTEST_SKIP() << "the board's log folder exists here; not writing into it";
     }
     const ChildRun child = run({"records"}, {});
     EXPECT_EQ(child.exitStatus, 0);
     EXPECT_EQ(messages(child.out), ALL_THREE);
-    EXPECT_NE(child.err.find("/var/lib/vosta/log/logging_child.log"), std::string::npos)
-        << child.err;
+    EXPECT_NE(child.err.find("/var/lib/vosta/log/logging_child.log"), std::string::npos) << child.err;
 }
 
-TEST_F(LoggingProcessTest, MissingDirectoryDoesNotStopTheProgram) {
+TEST_F(LoggingProcessTest, MissingDirectoryDoesNotStopTheProgram)
+{
     const std::string missing = dir.file("missing");
     const ChildRun child = run({"records"}, {"LOG4CPLUS_FILE_DIR=" + missing});
     EXPECT_EQ(child.exitStatus, 0);
@@ -186,36 +190,38 @@ TEST_F(LoggingProcessTest, MissingDirectoryDoesNotStopTheProgram) {
     EXPECT_FALSE(std::filesystem::exists(missing));
 }
 
-TEST_F(LoggingProcessTest, ConsoleOnlyCreatesNoFileAndEchoesNoCacheSettings) {
-    const ChildRun child = run({"records"}, {"LOG4CPLUS_APPENDER=CONSOLE", dirVariable(),
-                                             "LOG4CPLUS_FILE_CACHE_SIZE=5"});
+TEST_F(LoggingProcessTest, ConsoleOnlyCreatesNoFileAndEchoesNoCacheSettings)
+{
+    const ChildRun child =
+        run({"records"}, {"LOG4CPLUS_APPENDER=CONSOLE", dirVariable(), "LOG4CPLUS_FILE_CACHE_SIZE=5"});
     EXPECT_EQ(child.out.substr(0, 28), "\nLOG4CPLUS_APPENDER=CONSOLE\n");
     EXPECT_EQ(child.out.find("CACHE"), std::string::npos);
     EXPECT_EQ(messages(child.out), ALL_THREE);
     EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
 }
 
-TEST_F(LoggingProcessTest, FileOnlyEchoesItsSettingsInOrder) {
-    const ChildRun child =
-        run({"records"}, {"LOG4CPLUS_LOGGERS=spi:ERROR", "LOG4CPLUS_FILE_COMMIT_PERIOD_MSEC=3",
-                          "LOG4CPLUS_FILE_CACHE_SIZE=7", "LOG4CPLUS_APPENDER=FILE", dirVariable(),
-                          "LOG4CPLUS_FILE_NAME=named.log", "LOG4CPLUS_FILE_SIZE=3MB"});
-    EXPECT_EQ(child.out,
-              "\nLOG4CPLUS_APPENDER=FILE\n\nLOG4CPLUS_FILE_CACHE_SIZE=7\n"
-              "\nLOG4CPLUS_FILE_COMMIT_PERIOD_MSEC=3\n\nLOG4CPLUS_LOGGERS=spi:ERROR\n");
-    EXPECT_EQ(messages(readFile(dir.file("named.log"))),
-              (std::vector<std::string>{"ERROR spi_logger error record 2",
-                                        "INFO exception_logger exception info record"}));
+TEST_F(LoggingProcessTest, FileOnlyEchoesItsSettingsInOrder)
+{
+    const ChildRun child = run({"records"}, {"LOG4CPLUS_LOGGERS=spi:ERROR", "LOG4CPLUS_FILE_COMMIT_PERIOD_MSEC=3",
+                                             "LOG4CPLUS_FILE_CACHE_SIZE=7", "LOG4CPLUS_APPENDER=FILE", dirVariable(),
+                                             "LOG4CPLUS_FILE_NAME=named.log", "LOG4CPLUS_FILE_SIZE=3MB"});
+    EXPECT_EQ(child.out, "\nLOG4CPLUS_APPENDER=FILE\n\nLOG4CPLUS_FILE_CACHE_SIZE=7\n"
+                         "\nLOG4CPLUS_FILE_COMMIT_PERIOD_MSEC=3\n\nLOG4CPLUS_LOGGERS=spi:ERROR\n");
+    EXPECT_EQ(
+        messages(readFile(dir.file("named.log"))),
+        (std::vector<std::string>{"ERROR spi_logger error record 2", "INFO exception_logger exception info record"}));
 }
 
-TEST_F(LoggingProcessTest, AnyOtherAppenderWordSelectsNothing) {
+TEST_F(LoggingProcessTest, AnyOtherAppenderWordSelectsNothing)
+{
     const ChildRun child = run({"records"}, {"LOG4CPLUS_APPENDER=console", dirVariable()});
     EXPECT_EQ(child.exitStatus, 0);
     EXPECT_EQ(child.out, "\nLOG4CPLUS_APPENDER=console\n");
     EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
 }
 
-TEST_F(LoggingProcessTest, LoggerLevelsFromTheList) {
+TEST_F(LoggingProcessTest, LoggerLevelsFromTheList)
+{
     const std::pair<std::string, std::vector<std::string>> cases[] = {
         {"ALL:ERROR", {ALL_THREE[1]}},
         {"spi:INFO;spi:ERROR", {ALL_THREE[1], ALL_THREE[2]}},
@@ -224,15 +230,15 @@ TEST_F(LoggingProcessTest, LoggerLevelsFromTheList) {
         {"::,exception:OFF;;", {ALL_THREE[0], ALL_THREE[1]}},
     };
     for (const auto& [list, expected] : cases) {
-        const ChildRun child =
-            run({"records"}, {"LOG4CPLUS_APPENDER=CONSOLE", "LOG4CPLUS_LOGGERS=" + list});
+        const ChildRun child = run({"records"}, {"LOG4CPLUS_APPENDER=CONSOLE", "LOG4CPLUS_LOGGERS=" + list});
         const std::string echo = "\nLOG4CPLUS_APPENDER=CONSOLE\n\nLOG4CPLUS_LOGGERS=" + list + "\n";
         EXPECT_EQ(child.out.substr(0, echo.size()), echo) << list;
         EXPECT_EQ(messages(child.out), expected) << list;
     }
 }
 
-TEST_F(LoggingProcessTest, DefaultFileNameComesFromTheExecutablesBaseName) {
+TEST_F(LoggingProcessTest, DefaultFileNameComesFromTheExecutablesBaseName)
+{
     const std::pair<std::string, std::string> cases[] = {
         {"tool.new.bin", "tool.log"},
         {".hidden", ".log"},
@@ -243,19 +249,19 @@ TEST_F(LoggingProcessTest, DefaultFileNameComesFromTheExecutablesBaseName) {
         const std::string copy = bin + "/" + executable;
         std::filesystem::copy_file(LOGGING_CHILD_PATH, copy);
         std::filesystem::permissions(copy, std::filesystem::perms::owner_all);
-        const ChildRun child =
-            runChild(copy, {"records"}, {"LOG4CPLUS_APPENDER=FILE", dirVariable()});
+        const ChildRun child = runChild(copy, {"records"}, {"LOG4CPLUS_APPENDER=FILE", dirVariable()});
         EXPECT_EQ(child.exitStatus, 0) << child.err;
         EXPECT_EQ(messages(readFile(dir.file(logName))), ALL_THREE) << executable;
     }
 }
 
-TEST_F(LoggingProcessTest, LastRecordsBeforeExitAreCommitted) {
+TEST_F(LoggingProcessTest, LastRecordsBeforeExitAreCommitted)
+{
     // The commit thread sleeps for its whole (capped) period after its first
     // commit: only the final commit at exit can write these records.
     const ChildRun child =
-        run({"exit", "40"}, {"LOG4CPLUS_APPENDER=FILE", dirVariable(),
-                             "LOG4CPLUS_FILE_COMMIT_PERIOD_MSEC=4294967", "LOG4CPLUS_FILE_CACHE_SIZE=100"});
+        run({"exit", "40"}, {"LOG4CPLUS_APPENDER=FILE", dirVariable(), "LOG4CPLUS_FILE_COMMIT_PERIOD_MSEC=4294967",
+                             "LOG4CPLUS_FILE_CACHE_SIZE=100"});
     EXPECT_EQ(child.exitStatus, 0) << child.err;
     std::vector<std::string> expected;
     for (int number = 1; number <= 40; ++number) {
@@ -264,31 +270,32 @@ TEST_F(LoggingProcessTest, LastRecordsBeforeExitAreCommitted) {
     EXPECT_EQ(messages(readFile(defaultLog())), expected);
 }
 
-TEST_F(LoggingProcessTest, StatementsFromExitHandlersReachTheFile) {
+TEST_F(LoggingProcessTest, StatementsFromExitHandlersReachTheFile)
+{
     const ChildRun child =
-        run({"atexit"}, {"LOG4CPLUS_APPENDER=FILE", dirVariable(),
-                         "LOG4CPLUS_FILE_COMMIT_PERIOD_MSEC=4294967"});
+        run({"atexit"}, {"LOG4CPLUS_APPENDER=FILE", dirVariable(), "LOG4CPLUS_FILE_COMMIT_PERIOD_MSEC=4294967"});
     EXPECT_EQ(child.exitStatus, 0) << child.err;
     EXPECT_EQ(child.err, "");
     EXPECT_EQ(messages(readFile(defaultLog())),
-              (std::vector<std::string>{"INFO spi_logger main record",
-                                        "INFO spi_logger exit handler registered last",
+              (std::vector<std::string>{"INFO spi_logger main record", "INFO spi_logger exit handler registered last",
                                         "INFO spi_logger exit handler registered first"}));
 }
 
-TEST_F(LoggingProcessTest, ExitEndsCleanlyWhileTheCommitThreadIsBusy) {
+TEST_F(LoggingProcessTest, ExitEndsCleanlyWhileTheCommitThreadIsBusy)
+{
     // log4cplus closes the appenders and tears itself down at exit; a commit
     // thread that went on committing would report into the torn-down library.
     for (int round = 0; round < 5; ++round) {
-        const ChildRun child = run({"records"}, {"LOG4CPLUS_APPENDER=FILE", dirVariable(),
-                                                 "LOG4CPLUS_FILE_COMMIT_PERIOD_MSEC=0"});
+        const ChildRun child =
+            run({"records"}, {"LOG4CPLUS_APPENDER=FILE", dirVariable(), "LOG4CPLUS_FILE_COMMIT_PERIOD_MSEC=0"});
         EXPECT_EQ(child.exitStatus, 0) << child.err;
         EXPECT_EQ(child.err, "");
     }
     EXPECT_EQ(messages(readFile(defaultLog())).size(), 5u * 3u);
 }
 
-TEST_F(LoggingProcessTest, FinalCommitEndsTheCommitThreadAndEveryRecordIsWrittenOnce) {
+TEST_F(LoggingProcessTest, FinalCommitEndsTheCommitThreadAndEveryRecordIsWrittenOnce)
+{
     // A commit thread still running when log4cplus tears itself down at exit
     // commits, and ends, inside that teardown. The final commit ends it first;
     // the record logged after it is written when log4cplus closes the file.
@@ -297,14 +304,12 @@ TEST_F(LoggingProcessTest, FinalCommitEndsTheCommitThreadAndEveryRecordIsWritten
     const int count = 30;
     std::vector<std::string> expected;
     for (int round = 0; round < rounds; ++round) {
-        const ChildRun child =
-            run({"exitthread", std::to_string(count)},
-                {"LOG4CPLUS_APPENDER=FILE", dirVariable(), "LOG4CPLUS_FILE_COMMIT_PERIOD_MSEC=0",
-                 "LOG4CPLUS_FILE_CACHE_SIZE=100"});
+        const ChildRun child = run({"exitthread", std::to_string(count)},
+                                   {"LOG4CPLUS_APPENDER=FILE", dirVariable(), "LOG4CPLUS_FILE_COMMIT_PERIOD_MSEC=0",
+                                    "LOG4CPLUS_FILE_CACHE_SIZE=100"});
         ASSERT_EQ(child.exitStatus, 0) << child.err;
         EXPECT_EQ(child.err, "");
-        EXPECT_NE(child.out.find("commit thread running at exit: no\n"), std::string::npos)
-            << child.out;
+        EXPECT_NE(child.out.find("commit thread running at exit: no\n"), std::string::npos) << child.out;
         for (int number = 1; number <= count; ++number) {
             expected.push_back("INFO spi_logger exit record " + std::to_string(number));
         }
@@ -313,7 +318,8 @@ TEST_F(LoggingProcessTest, FinalCommitEndsTheCommitThreadAndEveryRecordIsWritten
     EXPECT_EQ(messages(readFile(defaultLog())), expected);
 }
 
-TEST_F(LoggingProcessTest, FirstStatementReportsZeroAndLaterOnesCountFromIt) {
+TEST_F(LoggingProcessTest, FirstStatementReportsZeroAndLaterOnesCountFromIt)
+{
     const ChildRun child = run({"elapsed"}, {"LOG4CPLUS_APPENDER=CONSOLE"});
     const std::vector<Record> lines = records(child.out);
     ASSERT_EQ(lines.size(), 2u) << child.out;
@@ -322,9 +328,9 @@ TEST_F(LoggingProcessTest, FirstStatementReportsZeroAndLaterOnesCountFromIt) {
     EXPECT_LT(std::stod(lines[1].elapsed), 30.0);
 }
 
-TEST_F(LoggingProcessTest, DisabledFirstStatementStillConfiguresAndFixesTheTimeBase) {
-    const ChildRun child =
-        run({"disabled"}, {"LOG4CPLUS_APPENDER=CONSOLE", "LOG4CPLUS_LOGGERS=spi:ERROR"});
+TEST_F(LoggingProcessTest, DisabledFirstStatementStillConfiguresAndFixesTheTimeBase)
+{
+    const ChildRun child = run({"disabled"}, {"LOG4CPLUS_APPENDER=CONSOLE", "LOG4CPLUS_LOGGERS=spi:ERROR"});
     const std::string echo = "\nLOG4CPLUS_APPENDER=CONSOLE\n\nLOG4CPLUS_LOGGERS=spi:ERROR\n";
     EXPECT_EQ(child.out.substr(0, echo.size()), echo);
     EXPECT_EQ(child.out.find("composed info"), std::string::npos);
@@ -336,9 +342,9 @@ TEST_F(LoggingProcessTest, DisabledFirstStatementStillConfiguresAndFixesTheTimeB
     EXPECT_NE(lines[0].elapsed, "0.000000");
 }
 
-TEST_F(LoggingProcessTest, StatementDuringStaticInitialisation) {
-    const ChildRun child =
-        run({"records"}, {"LOGGING_CHILD_STATIC_INIT=1", dirVariable()});
+TEST_F(LoggingProcessTest, StatementDuringStaticInitialisation)
+{
+    const ChildRun child = run({"records"}, {"LOGGING_CHILD_STATIC_INIT=1", dirVariable()});
     EXPECT_EQ(child.exitStatus, 0) << child.err;
     for (const std::string& output : {child.out, readFile(defaultLog())}) {
         const std::vector<Record> lines = records(output);
@@ -348,7 +354,8 @@ TEST_F(LoggingProcessTest, StatementDuringStaticInitialisation) {
     }
 }
 
-TEST_F(LoggingProcessTest, TwoFirstStatementsAtOnceConfigureOnce) {
+TEST_F(LoggingProcessTest, TwoFirstStatementsAtOnceConfigureOnce)
+{
     const ChildRun child = run({"threads"}, {"LOG4CPLUS_APPENDER=CONSOLE"});
     EXPECT_EQ(child.exitStatus, 0) << child.err;
     EXPECT_EQ(child.out.find("LOG4CPLUS_APPENDER"), child.out.rfind("LOG4CPLUS_APPENDER"));
@@ -359,7 +366,8 @@ TEST_F(LoggingProcessTest, TwoFirstStatementsAtOnceConfigureOnce) {
     }
 }
 
-TEST_F(LoggingProcessTest, FileSizeIsHandedToTheBaseClassUnraised) {
+TEST_F(LoggingProcessTest, FileSizeIsHandedToTheBaseClassUnraised)
+{
     // log4cplus's rolling appender warns when it has to raise a size below
     // 200 KiB: 10kB arrives as 10240, 300kB as 307200.
     const std::string tooSmall = "MaxFileSize property value is too small";
@@ -369,15 +377,15 @@ TEST_F(LoggingProcessTest, FileSizeIsHandedToTheBaseClassUnraised) {
     EXPECT_EQ(large.err.find(tooSmall), std::string::npos) << large.err;
 }
 
-TEST_F(LoggingProcessTest, BadValuesAreAcceptedWithoutHarm) {
+TEST_F(LoggingProcessTest, BadValuesAreAcceptedWithoutHarm)
+{
     const Environment cases[] = {
         {"LOG4CPLUS_FILE_SIZE=", "LOG4CPLUS_FILE_CACHE_SIZE=", "LOG4CPLUS_FILE_COMMIT_PERIOD_MSEC="},
-        {"LOG4CPLUS_FILE_SIZE=abc", "LOG4CPLUS_FILE_CACHE_SIZE=-1",
-         "LOG4CPLUS_FILE_COMMIT_PERIOD_MSEC=-5"},
+        {"LOG4CPLUS_FILE_SIZE=abc", "LOG4CPLUS_FILE_CACHE_SIZE=-1", "LOG4CPLUS_FILE_COMMIT_PERIOD_MSEC=-5"},
         {"LOG4CPLUS_FILE_SIZE=99999999999MB", "LOG4CPLUS_FILE_CACHE_SIZE=0",
          "LOG4CPLUS_FILE_COMMIT_PERIOD_MSEC=99999999999"},
-        {"LOG4CPLUS_FILE_SIZE=-1kb", "LOG4CPLUS_FILE_CACHE_SIZE=99999999999",
-         "LOG4CPLUS_FILE_COMMIT_PERIOD_MSEC=abc", "LOG4CPLUS_LOGGERS=:,;:::;"},
+        {"LOG4CPLUS_FILE_SIZE=-1kb", "LOG4CPLUS_FILE_CACHE_SIZE=99999999999", "LOG4CPLUS_FILE_COMMIT_PERIOD_MSEC=abc",
+         "LOG4CPLUS_LOGGERS=:,;:::;"},
     };
     int index = 0;
     for (Environment environment : cases) {

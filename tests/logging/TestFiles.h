@@ -19,13 +19,15 @@ namespace logtest {
 
 class TempDir {
 public:
-    TempDir() {
+    TempDir()
+    {
         std::string pattern = (std::filesystem::temp_directory_path() / "merivak-log-XXXXXX").string();
         if (::mkdtemp(&pattern[0]) != nullptr) {
             m_path = pattern;
         }
     }
-    ~TempDir() {
+    ~TempDir()
+    {
         std::error_code ignored;
         std::filesystem::remove_all(m_path, ignored);
     }
@@ -39,14 +41,16 @@ private:
     std::string m_path;
 };
 
-inline std::string readFile(const std::string& path) {
+inline std::string readFile(const std::string& path)
+{
     std::ifstream in(path, std::ios::binary);
     std::ostringstream text;
     text << in.rdbuf();
     return text.str();
 }
 
-inline std::vector<std::string> splitLines(const std::string& text) {
+inline std::vector<std::string> splitLines(const std::string& text)
+{
     std::vector<std::string> lines;
     std::istringstream in(text);
     for (std::string line; std::getline(in, line);) {
@@ -57,8 +61,8 @@ inline std::vector<std::string> splitLines(const std::string& text) {
 
 // Polls until done() holds; gives up after a limit generous enough for a
 // slow, loaded machine. Returns done()'s last answer.
-inline bool waitUntil(const std::function<bool()>& done,
-                      std::chrono::milliseconds limit = std::chrono::seconds(20)) {
+inline bool waitUntil(const std::function<bool()>& done, std::chrono::milliseconds limit = std::chrono::seconds(20))
+{
     const auto deadline = std::chrono::steady_clock::now() + limit;
     while (!done()) {
         if (std::chrono::steady_clock::now() > deadline) {

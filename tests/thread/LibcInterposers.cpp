@@ -34,16 +34,17 @@ ScriptState* g_state = nullptr;
 std::atomic<int> g_interruptedSleeps{0};
 
 // The calling thread's script, or null if it has none.
-ScriptState* ownScript() {
+ScriptState* ownScript()
+{
     if (!g_scriptActive.load(std::memory_order_acquire)) {
         return nullptr;
     }
-    return pthread_equal(g_owner.load(std::memory_order_acquire), pthread_self()) ? g_state
-                                                                                  : nullptr;
+    return pthread_equal(g_owner.load(std::memory_order_acquire), pthread_self()) ? g_state : nullptr;
 }
 
 template <typename Function>
-Function nextDefinition(const char* name) {
+Function nextDefinition(const char* name)
+{
     void* const symbol = dlsym(RTLD_NEXT, name);
     if (symbol == nullptr) {
         std::abort();
@@ -53,47 +54,56 @@ Function nextDefinition(const char* name) {
 
 }  // namespace
 
-Script::Script() {
+Script::Script()
+{
     g_state = new ScriptState();
     g_owner.store(pthread_self(), std::memory_order_release);
     g_scriptActive.store(true, std::memory_order_release);
 }
 
-Script::~Script() {
+Script::~Script()
+{
     g_scriptActive.store(false, std::memory_order_release);
     delete g_state;
     g_state = nullptr;
 }
 
-void Script::setClockReading(const timespec& reading) {
+void Script::setClockReading(const timespec& reading)
+{
     g_state->hasClockReading = true;
     g_state->clockReading = reading;
 }
 
-void Script::setWallClock(const timeval& time) {
+void Script::setWallClock(const timeval& time)
+{
     g_state->hasWallClock = true;
     g_state->wallClock = time;
 }
 
-void Script::setScheduling(int policy, int priority) {
+void Script::setScheduling(int policy, int priority)
+{
     g_state->hasScheduling = true;
     g_state->policy = policy;
     g_state->priority = priority;
 }
 
-void Script::scriptSleeps(const std::vector<SleepOutcome>& outcomes) {
+void Script::scriptSleeps(const std::vector<SleepOutcome>& outcomes)
+{
     g_state->sleepOutcomes.assign(outcomes.begin(), outcomes.end());
 }
 
-const std::vector<timespec>& Script::sleepRequests() const {
+const std::vector<timespec>& Script::sleepRequests() const
+{
     return g_state->sleepRequests;
 }
 
-const std::vector<SchedulingCall>& Script::schedulingCalls() const {
+const std::vector<SchedulingCall>& Script::schedulingCalls() const
+{
     return g_state->schedulingCalls;
 }
 
-int interruptedSleeps() {
+int interruptedSleeps()
+{
     return g_interruptedSleeps.load();
 }
 
@@ -101,7 +111,8 @@ int interruptedSleeps() {
 
 using interpose::ownScript;
 
-extern "C" int clock_gettime(clockid_t clockId, timespec* reading) noexcept {
+extern "C" int clock_gettime(clockid_t clockId, timespec* reading) noexcept
+{
     static const auto real = interpose::nextDefinition<int (*)(clockid_t, timespec*)>("clock_gettime");
     if (interpose::ScriptState* const script = ownScript(); script != nullptr && script->hasClockReading) {
         *reading = script->clockReading;
@@ -110,7 +121,8 @@ extern "C" int clock_gettime(clockid_t clockId, timespec* reading) noexcept {
     return real(clockId, reading);
 }
 
-extern "C" int gettimeofday(timeval* time, void* zone) noexcept {
+extern "C" int gettimeofday(timeval* time, void* zone) noexcept
+{
     static const auto real = interpose::nextDefinition<int (*)(timeval*, void*)>("gettimeofday");
     if (interpose::ScriptState* const script = ownScript(); script != nullptr && script->hasWallClock) {
         *time = script->wallClock;
@@ -119,7 +131,8 @@ extern "C" int gettimeofday(timeval* time, void* zone) noexcept {
     return real(time, zone);
 }
 
-extern "C" int nanosleep(const timespec* request, timespec* remaining) {
+extern "C" int nanosleep(const timespec* request, timespec* remaining)
+{
     static const auto real = interpose::nextDefinition<int (*)(const timespec*, timespec*)>("nanosleep");
     interpose::ScriptState* const script = ownScript();
     if (script != nullptr) {
@@ -145,9 +158,9 @@ extern "C" int nanosleep(const timespec* request, timespec* remaining) {
     return result;
 }
 
-extern "C" int pthread_getschedparam(pthread_t handle, int* policy, sched_param* parameters) noexcept {
-    static const auto real =
-        interpose::nextDefinition<int (*)(pthread_t, int*, sched_param*)>("pthread_getschedparam");
+extern "C" int pthread_getschedparam(pthread_t handle, int* policy, sched_param* parameters) noexcept
+{
+    static const auto real = interpose::nextDefinition<int (*)(pthread_t, int*, sched_param*)>("pthread_getschedparam");
     if (interpose::ScriptState* const script = ownScript(); script != nullptr && script->hasScheduling) {
         *policy = script->policy;
         parameters->sched_priority = script->priority;
@@ -156,7 +169,8 @@ extern "C" int pthread_getschedparam(pthread_t handle, int* policy, sched_param*
     return real(handle, policy, parameters);
 }
 
-extern "C" int pthread_setschedparam(pthread_t handle, int policy, const sched_param* parameters) noexcept {
+extern "C" int pthread_setschedparam(pthread_t handle, int policy, const sched_param* parameters) noexcept
+{
     static const auto real =
         interpose::nextDefinition<int (*)(pthread_t, int, const sched_param*)>("pthread_setschedparam");
     if (interpose::ScriptState* const script = ownScript(); script != nullptr) {

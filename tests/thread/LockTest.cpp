@@ -16,15 +16,18 @@ class RecordingLockable : public thread::Lockable {
 public:
     explicit RecordingLockable(bool lockSucceeds) : Lockable(false), m_lockSucceeds(lockSucceeds) {}
     ~RecordingLockable() override = default;
-    bool lock() override {
+    bool lock() override
+    {
         calls.push_back("lock");
         return m_lockSucceeds;
     }
-    bool tryLock() override {
+    bool tryLock() override
+    {
         calls.push_back("tryLock");
         return m_lockSucceeds;
     }
-    int unlock() override {
+    int unlock() override
+    {
         calls.push_back("unlock");
         return 0;
     }
@@ -36,7 +39,8 @@ private:
 
 using Calls = std::vector<std::string>;
 
-TEST(LockTest, LocksOnConstructionAndUnlocksAtScopeEnd) {
+TEST(LockTest, LocksOnConstructionAndUnlocksAtScopeEnd)
+{
     RecordingLockable lockable(true);
     {
         thread::Lock guard(lockable);
@@ -45,7 +49,8 @@ TEST(LockTest, LocksOnConstructionAndUnlocksAtScopeEnd) {
     EXPECT_EQ((Calls{"lock", "unlock"}), lockable.calls);
 }
 
-TEST(LockTest, UnlocksWhenAnExceptionLeavesTheScope) {
+TEST(LockTest, UnlocksWhenAnExceptionLeavesTheScope)
+{
     RecordingLockable lockable(true);
     try {
         thread::Lock guard(lockable);
@@ -55,13 +60,17 @@ TEST(LockTest, UnlocksWhenAnExceptionLeavesTheScope) {
     EXPECT_EQ((Calls{"lock", "unlock"}), lockable.calls);
 }
 
-TEST(LockTest, GoesOnAsIfHeldWhenLockFails) {
+TEST(LockTest, GoesOnAsIfHeldWhenLockFails)
+{
     RecordingLockable lockable(false);
-    { thread::Lock guard(lockable); }
+    {
+        thread::Lock guard(lockable);
+    }
     EXPECT_EQ((Calls{"lock", "unlock"}), lockable.calls);
 }
 
-TEST(LockTest, NestedGuardsOnOneMutexHoldItUntilTheOuterScopeEnds) {
+TEST(LockTest, NestedGuardsOnOneMutexHoldItUntilTheOuterScopeEnds)
+{
     thread::Mutex mutex(false);
     {
         thread::Lock outer(mutex);
@@ -74,7 +83,8 @@ TEST(LockTest, NestedGuardsOnOneMutexHoldItUntilTheOuterScopeEnds) {
     EXPECT_TRUE(tryLockFromAnotherThread(mutex));
 }
 
-TEST(LockTest, ClassLockIsOneRecursiveMutexForAllCallers) {
+TEST(LockTest, ClassLockIsOneRecursiveMutexForAllCallers)
+{
     thread::Lockable& first = thread::Lock::getClassLock();
     thread::Lockable* fromOtherThread = nullptr;
     std::thread other([&] { fromOtherThread = &thread::Lock::getClassLock(); });
@@ -86,7 +96,8 @@ TEST(LockTest, ClassLockIsOneRecursiveMutexForAllCallers) {
     EXPECT_FALSE(tryLockFromAnotherThread(first));
 }
 
-TEST(LockTest, SetTimeoutReturnsTheStoredValueAndZeroReadsAsAYear) {
+TEST(LockTest, SetTimeoutReturnsTheStoredValueAndZeroReadsAsAYear)
+{
     const unsigned original = thread::Lock::setTimeout(20);
     EXPECT_EQ(20u, thread::Lock::getTimeout());
     EXPECT_EQ(20u, thread::Lock::setTimeout(0));

@@ -10,7 +10,8 @@
 
 // Whether another thread can take the lockable right now (it lets go again
 // at once if it could).
-inline bool tryLockFromAnotherThread(thread::Lockable& lockable) {
+inline bool tryLockFromAnotherThread(thread::Lockable& lockable)
+{
     bool taken = false;
     std::thread other([&] {
         taken = lockable.tryLock();
@@ -33,7 +34,8 @@ public:
               m_changed.notify_all();
               m_changed.wait(lock, [this] { return m_released; });
               lockable.unlock();
-          }) {
+          })
+    {
         std::unique_lock<std::mutex> lock(m_mutex);
         m_changed.wait(lock, [this] { return m_holding; });
     }
@@ -41,7 +43,8 @@ public:
     ForeignHolder(const ForeignHolder&) = delete;
     ForeignHolder& operator=(const ForeignHolder&) = delete;
 
-    void release() {
+    void release()
+    {
         if (!m_holder.joinable()) {
             return;
         }

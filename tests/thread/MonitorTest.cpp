@@ -15,17 +15,20 @@ public:
     Account() : Monitor(false) {}
     ~Account() override = default;
 
-    void deposit(int amount) {
+    void deposit(int amount)
+    {
         thread::Lock guard(*this);
         m_balance += amount;
     }
     // Takes the guard and calls another guarded member with it held.
-    void depositTwice(int amount) {
+    void depositTwice(int amount)
+    {
         thread::Lock guard(*this);
         deposit(amount);
         deposit(amount);
     }
-    int balance() {
+    int balance()
+    {
         thread::Lock guard(*this);
         return m_balance;
     }
@@ -34,7 +37,8 @@ private:
     int m_balance = 0;
 };
 
-TEST(MonitorTest, LockedTwiceStaysLockedForOthersUntilUnlockedTwice) {
+TEST(MonitorTest, LockedTwiceStaysLockedForOthersUntilUnlockedTwice)
+{
     Account account;
     ASSERT_TRUE(account.lock());
     ASSERT_TRUE(account.lock());
@@ -45,7 +49,8 @@ TEST(MonitorTest, LockedTwiceStaysLockedForOthersUntilUnlockedTwice) {
     EXPECT_TRUE(tryLockFromAnotherThread(account));
 }
 
-TEST(MonitorTest, TryLockWhileAnotherThreadHoldsTheObjectFailsWithoutWaiting) {
+TEST(MonitorTest, TryLockWhileAnotherThreadHoldsTheObjectFailsWithoutWaiting)
+{
     Account account;
     ForeignHolder holder(account);
     EXPECT_FALSE(account.tryLock());
@@ -54,7 +59,8 @@ TEST(MonitorTest, TryLockWhileAnotherThreadHoldsTheObjectFailsWithoutWaiting) {
     account.unlock();
 }
 
-TEST(MonitorTest, ObjectLockIsItsOwnMutex) {
+TEST(MonitorTest, ObjectLockIsItsOwnMutex)
+{
     Account account;
     ForeignHolder holder(account.getMutex());
     EXPECT_FALSE(account.tryLock()) << "the object's lock must act on its own mutex";
@@ -64,14 +70,16 @@ TEST(MonitorTest, ObjectLockIsItsOwnMutex) {
     EXPECT_FALSE(account.getMutex().tryLock());
 }
 
-TEST(MonitorTest, EachObjectHasItsOwnLock) {
+TEST(MonitorTest, EachObjectHasItsOwnLock)
+{
     Account first;
     Account second;
     ForeignHolder holder(first);
     EXPECT_TRUE(tryLockFromAnotherThread(second));
 }
 
-TEST(MonitorTest, GuardedMembersCallEachOtherAndExcludeOtherThreads) {
+TEST(MonitorTest, GuardedMembersCallEachOtherAndExcludeOtherThreads)
+{
     Account account;
     constexpr int ROUNDS = 2000;
     std::thread other([&] {

@@ -6,10 +6,10 @@
 
 #include <thread>
 
-
 namespace {
 
-TEST(MutexTest, OwnerMayLockAgainAndOthersWaitForEveryUnlock) {
+TEST(MutexTest, OwnerMayLockAgainAndOthersWaitForEveryUnlock)
+{
     thread::Mutex mutex(false);
     ASSERT_TRUE(mutex.lock());
     ASSERT_TRUE(mutex.lock());
@@ -20,7 +20,8 @@ TEST(MutexTest, OwnerMayLockAgainAndOthersWaitForEveryUnlock) {
     EXPECT_TRUE(tryLockFromAnotherThread(mutex));
 }
 
-TEST(MutexTest, TryLockByOwnerNestsLikeLock) {
+TEST(MutexTest, TryLockByOwnerNestsLikeLock)
+{
     thread::Mutex mutex(false);
     ASSERT_TRUE(mutex.tryLock());
     ASSERT_TRUE(mutex.tryLock());
@@ -30,7 +31,8 @@ TEST(MutexTest, TryLockByOwnerNestsLikeLock) {
     EXPECT_TRUE(tryLockFromAnotherThread(mutex));
 }
 
-TEST(MutexTest, TryLockOnMutexHeldElsewhereFailsWithoutWaiting) {
+TEST(MutexTest, TryLockOnMutexHeldElsewhereFailsWithoutWaiting)
+{
     thread::Mutex mutex(false);
     ForeignHolder holder(mutex);
     // Would block forever (until the holder lets go) if it waited.
@@ -41,7 +43,8 @@ TEST(MutexTest, TryLockOnMutexHeldElsewhereFailsWithoutWaiting) {
     mutex.unlock();
 }
 
-TEST(MutexTest, LockBlocksUntilTheHolderReleases) {
+TEST(MutexTest, LockBlocksUntilTheHolderReleases)
+{
     thread::Mutex mutex(false);
     int shared = 0;
     ASSERT_TRUE(mutex.lock());

@@ -14,13 +14,13 @@ extern char** environ;
 namespace {
 
 std::vector<std::string> probeEnvironment(const std::map<std::string, std::string>& set,
-                                          const std::vector<std::string>& unset) {
+                                          const std::vector<std::string>& unset)
+{
     std::vector<std::string> entries;
     for (char** entry = environ; *entry != nullptr; ++entry) {
         const std::string text(*entry);
         const std::string name = text.substr(0, text.find('='));
-        const bool dropped = set.count(name) != 0 ||
-                             std::find(unset.begin(), unset.end(), name) != unset.end();
+        const bool dropped = set.count(name) != 0 || std::find(unset.begin(), unset.end(), name) != unset.end();
         if (!dropped) {
             entries.push_back(text);
         }
@@ -31,7 +31,8 @@ std::vector<std::string> probeEnvironment(const std::map<std::string, std::strin
     return entries;
 }
 
-std::vector<char*> pointers(std::vector<std::string>& texts) {
+std::vector<char*> pointers(std::vector<std::string>& texts)
+{
     std::vector<char*> result;
     for (std::string& text : texts) {
         result.push_back(&text[0]);
@@ -42,9 +43,9 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
 
 }  // namespace
 
-ProbeResult runProbe(const std::vector<std::string>& arguments,
-                     const std::map<std::string, std::string>& set,
-                     const std::vector<std::string>& unset) {
+ProbeResult runProbe(const std::vector<std::string>& arguments, const std::map<std::string, std::string>& set,
+                     const std::vector<std::string>& unset)
+{
     ProbeResult result;
     std::vector<std::string> argumentTexts{THREAD_PROBE_PATH};
     argumentTexts.insert(argumentTexts.end(), arguments.begin(), arguments.end());
@@ -64,8 +65,7 @@ ProbeResult runProbe(const std::vector<std::string>& arguments,
     posix_spawn_file_actions_adddup2(&actions, pipeEnds[1], STDERR_FILENO);
     posix_spawn_file_actions_addclose(&actions, pipeEnds[1]);
     pid_t child = 0;
-    const int spawnError =
-        posix_spawn(&child, THREAD_PROBE_PATH, &actions, nullptr, argv.data(), envp.data());
+    const int spawnError = posix_spawn(&child, THREAD_PROBE_PATH, &actions, nullptr, argv.data(), envp.data());
     posix_spawn_file_actions_destroy(&actions);
     close(pipeEnds[1]);
     if (spawnError != 0) {

@@ -11,17 +11,16 @@
 #include <vector>
 
 struct ProbeResult {
-    bool exited = false;      // ended through exit()
-    int exitStatus = -1;      // its status when it did
-    bool signalled = false;   // ended by a signal
-    int signal = 0;           // that signal
-    std::string output;       // standard output and standard error together
+    bool exited = false;     // ended through exit()
+    int exitStatus = -1;     // its status when it did
+    bool signalled = false;  // ended by a signal
+    int signal = 0;          // that signal
+    std::string output;      // standard output and standard error together
 };
 
 // The probe's environment is this process's, with each entry of `set`
 // added or replaced and each name in `unset` removed.
-ProbeResult runProbe(const std::vector<std::string>& arguments,
-                     const std::map<std::string, std::string>& set = {},
+ProbeResult runProbe(const std::vector<std::string>& arguments, const std::map<std::string, std::string>& set = {},
                      const std::vector<std::string>& unset = {});
 
 #endif

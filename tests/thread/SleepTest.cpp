@@ -10,7 +10,8 @@
 
 namespace {
 
-timespec at(long seconds, long nanoseconds) {
+timespec at(long seconds, long nanoseconds)
+{
     timespec time{};
     time.tv_sec = seconds;
     time.tv_nsec = nanoseconds;
@@ -19,7 +20,8 @@ timespec at(long seconds, long nanoseconds) {
 
 // The request that sleepMicroseconds hands to nanosleep (which is scripted
 // to succeed at once).
-timespec requestFor(unsigned microseconds) {
+timespec requestFor(unsigned microseconds)
+{
     interpose::Script script;
     script.scriptSleeps({{0, 0, {}}});
     EXPECT_EQ(0, thread::sleepMicroseconds(microseconds));
@@ -27,13 +29,15 @@ timespec requestFor(unsigned microseconds) {
     return script.sleepRequests().empty() ? timespec{-1, -1} : script.sleepRequests()[0];
 }
 
-void expectRequest(long seconds, long nanoseconds, unsigned microseconds) {
+void expectRequest(long seconds, long nanoseconds, unsigned microseconds)
+{
     const timespec request = requestFor(microseconds);
     EXPECT_EQ(seconds, request.tv_sec) << "for " << microseconds << " us";
     EXPECT_EQ(nanoseconds, request.tv_nsec) << "for " << microseconds << " us";
 }
 
-TEST(SleepMicrosecondsTest, SplitsTheRequestIntoSecondsAndNanoseconds) {
+TEST(SleepMicrosecondsTest, SplitsTheRequestIntoSecondsAndNanoseconds)
+{
     expectRequest(0, 0, 0);
     expectRequest(0, 1000, 1);
     expectRequest(0, 999999000, 999999);
@@ -42,7 +46,8 @@ TEST(SleepMicrosecondsTest, SplitsTheRequestIntoSecondsAndNanoseconds) {
     expectRequest(4294, 967295000, 4294967295u);
 }
 
-TEST(SleepMicrosecondsTest, GoesOnWithTheRemainingTimeAfterEachInterruption) {
+TEST(SleepMicrosecondsTest, GoesOnWithTheRemainingTimeAfterEachInterruption)
+{
     interpose::Script script;
     script.scriptSleeps({{-1, EINTR, at(0, 123000)}, {-1, EINTR, at(1, 5)}, {0, 0, {}}});
     EXPECT_EQ(0, thread::sleepMicroseconds(500000));
@@ -56,14 +61,16 @@ TEST(SleepMicrosecondsTest, GoesOnWithTheRemainingTimeAfterEachInterruption) {
     EXPECT_EQ(5, requests[2].tv_nsec);
 }
 
-TEST(SleepMicrosecondsTest, OtherFailuresEndTheSleep) {
+TEST(SleepMicrosecondsTest, OtherFailuresEndTheSleep)
+{
     interpose::Script script;
     script.scriptSleeps({{-1, EINTR, at(0, 700)}, {-1, EINVAL, {}}, {0, 0, {}}});
     EXPECT_EQ(-1, thread::sleepMicroseconds(10));
     EXPECT_EQ(2u, script.sleepRequests().size());
 }
 
-TEST(SleepMicrosecondsTest, SleepsAtLeastTheRequestedTime) {
+TEST(SleepMicrosecondsTest, SleepsAtLeastTheRequestedTime)
+{
     const double start = thread::TimeValue::getSeconds(CLOCK_MONOTONIC);
     EXPECT_EQ(0, thread::sleepMicroseconds(3000));
     EXPECT_GE(thread::TimeValue::getSeconds(CLOCK_MONOTONIC) - start, 0.003);
@@ -71,7 +78,8 @@ TEST(SleepMicrosecondsTest, SleepsAtLeastTheRequestedTime) {
 
 // A thread that sleeps in its own Thread::sleep while another thread keeps
 // interrupting it still sleeps the full time.
-TEST(SleepMicrosecondsTest, InterruptsFromAnotherThreadDoNotShortenTheSleep) {
+TEST(SleepMicrosecondsTest, InterruptsFromAnotherThreadDoNotShortenTheSleep)
+{
     constexpr unsigned SLEEP_MICROSECONDS = 8000;
     TestThread object("LOOP");
     int attemptsWithAnInterruption = 0;

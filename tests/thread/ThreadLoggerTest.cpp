@@ -13,7 +13,8 @@ namespace {
 
 using thread::ThreadLogger;
 
-TEST(ThreadLoggerTest, ExtraOperationsAlwaysSucceed) {
+TEST(ThreadLoggerTest, ExtraOperationsAlwaysSucceed)
+{
     ThreadLogger logger;
     EXPECT_TRUE(logger.open());
     EXPECT_TRUE(logger.close());
@@ -21,7 +22,8 @@ TEST(ThreadLoggerTest, ExtraOperationsAlwaysSucceed) {
     EXPECT_TRUE(logger.open());
 }
 
-TEST(ThreadLoggerTest, ClassDataIsOneObjectForAllThreads) {
+TEST(ThreadLoggerTest, ClassDataIsOneObjectForAllThreads)
+{
     thread::Lockable* lockElsewhere = nullptr;
     ThreadLogger::THREAD_MAP* mapElsewhere = nullptr;
     std::thread other([&] {
@@ -34,7 +36,8 @@ TEST(ThreadLoggerTest, ClassDataIsOneObjectForAllThreads) {
     EXPECT_NE(nullptr, dynamic_cast<thread::Mutex*>(lockElsewhere));
 }
 
-TEST(ThreadLoggerTest, ClassLockIsIndependentOfThreadsClassLock) {
+TEST(ThreadLoggerTest, ClassLockIsIndependentOfThreadsClassLock)
+{
     ForeignHolder holder(thread::Thread::getClassLock());
     ASSERT_TRUE(ThreadLogger::getClassLock().tryLock());
     ThreadLogger::getClassLock().unlock();
@@ -45,7 +48,8 @@ TEST(ThreadLoggerTest, ClassLockIsIndependentOfThreadsClassLock) {
     thread::Thread::getClassLock().unlock();
 }
 
-TEST(ThreadLoggerTest, ScopeMapIsKeyedByTheScopeNameText) {
+TEST(ThreadLoggerTest, ScopeMapIsKeyedByTheScopeNameText)
+{
     thread::Lock guard(ThreadLogger::getClassLock());
     ThreadLogger::THREAD_MAP& map = ThreadLogger::getThreadByScope();
     map.clear();

@@ -18,7 +18,8 @@ using thread::Thread;
 
 // ---- description and creation attributes ---------------------------------------
 
-TEST(ThreadDescriptionTest, KeepsTheScopeTextItWasGiven) {
+TEST(ThreadDescriptionTest, KeepsTheScopeTextItWasGiven)
+{
     static const char scope[] = "SOURCE";
     TestThread object(scope);
     EXPECT_EQ(scope, object.getScope()) << "the scope text is not copied";
@@ -27,7 +28,8 @@ TEST(ThreadDescriptionTest, KeepsTheScopeTextItWasGiven) {
     EXPECT_FALSE(object.isRunning());
 }
 
-TEST(ThreadDescriptionTest, CreationAttributesAreJoinableWithTheGivenStack) {
+TEST(ThreadDescriptionTest, CreationAttributesAreJoinableWithTheGivenStack)
+{
     TestThread sized("TC", 0, 512 * 1024);
     int detachState = -1;
     pthread_attr_getdetachstate(sized.getCreationAttributes(), &detachState);
@@ -46,7 +48,8 @@ TEST(ThreadDescriptionTest, CreationAttributesAreJoinableWithTheGivenStack) {
     EXPECT_EQ(defaultStackSize, stackSize) << "stack size 0 keeps the default";
 }
 
-TEST(ThreadDescriptionTest, ConstructionInstallsAHandlerForTheInterruptSignal) {
+TEST(ThreadDescriptionTest, ConstructionInstallsAHandlerForTheInterruptSignal)
+{
     TestThread object("LOOP");
     struct sigaction action;
     std::memset(&action, 0, sizeof action);
@@ -58,7 +61,8 @@ TEST(ThreadDescriptionTest, ConstructionInstallsAHandlerForTheInterruptSignal) {
     EXPECT_EQ(0, action.sa_flags & SA_RESTART) << "blocking calls must fail with EINTR";
 }
 
-TEST(ThreadDescriptionTest, ObjectLockIsRecursiveAndExcludesOtherThreads) {
+TEST(ThreadDescriptionTest, ObjectLockIsRecursiveAndExcludesOtherThreads)
+{
     TestThread object("MEAS");
     thread::Lock outer(object);
     object.setPendingSleep(3);  // takes the object's lock again
@@ -68,13 +72,15 @@ TEST(ThreadDescriptionTest, ObjectLockIsRecursiveAndExcludesOtherThreads) {
 
 // ---- handle map -------------------------------------------------------------------
 
-TEST(HandleMapTest, UnregisteredThreadIsExternal) {
+TEST(HandleMapTest, UnregisteredThreadIsExternal)
+{
     EXPECT_EQ(nullptr, Thread::findThread(0));
     EXPECT_STREQ("EXTERNAL", Thread::getScopeName(0));
     EXPECT_STREQ("EXTERNAL", Thread::getScopeName());
 }
 
-TEST(HandleMapTest, SetHandleRegistersAndZeroUnregisters) {
+TEST(HandleMapTest, SetHandleRegistersAndZeroUnregisters)
+{
     TestThread object("MEAS");
     object.setHandle(pthread_self());
     EXPECT_EQ(pthread_self(), object.getHandle());
@@ -101,7 +107,8 @@ TEST(HandleMapTest, SetHandleRegistersAndZeroUnregisters) {
     EXPECT_EQ(0u, Thread::getHandleMap().count(pthread_self()));
 }
 
-TEST(HandleMapTest, FirstRegistrationOfAHandleWins) {
+TEST(HandleMapTest, FirstRegistrationOfAHandleWins)
+{
     TestThread first("ALARM");
     TestThread second("LOOP");
     first.setHandle(pthread_self());
@@ -116,7 +123,8 @@ TEST(HandleMapTest, FirstRegistrationOfAHandleWins) {
     first.setHandle(0);
 }
 
-TEST(HandleMapTest, ReplacingAHandleKeepsTheOldEntry) {
+TEST(HandleMapTest, ReplacingAHandleKeepsTheOldEntry)
+{
     Worker worker;
     TestThread object("TC");
     object.setHandle(pthread_self());
@@ -128,7 +136,8 @@ TEST(HandleMapTest, ReplacingAHandleKeepsTheOldEntry) {
     EXPECT_EQ(nullptr, Thread::findThread(worker.handle()));
 }
 
-TEST(HandleMapTest, RegisterAndUnregisterDirectly) {
+TEST(HandleMapTest, RegisterAndUnregisterDirectly)
+{
     TestThread object("SOURCE");
     const pthread_t handle = static_cast<pthread_t>(12345);
     Thread::unregisterThread(handle);  // nothing there: no effect
@@ -140,7 +149,8 @@ TEST(HandleMapTest, RegisterAndUnregisterDirectly) {
     EXPECT_STREQ("EXTERNAL", Thread::getScopeName(handle));
 }
 
-TEST(HandleMapTest, ClassDataIsOneObjectForAllThreads) {
+TEST(HandleMapTest, ClassDataIsOneObjectForAllThreads)
+{
     Thread::THREAD_FROM_HANDLE* mapElsewhere = nullptr;
     thread::Mutex* lockElsewhere = nullptr;
     std::thread other([&] {
@@ -150,11 +160,11 @@ TEST(HandleMapTest, ClassDataIsOneObjectForAllThreads) {
     other.join();
     EXPECT_EQ(&Thread::getHandleMap(), mapElsewhere);
     EXPECT_EQ(&Thread::getClassLock(), lockElsewhere);
-    EXPECT_NE(static_cast<thread::Lockable*>(&Thread::getClassLock()),
-              &thread::Lock::getClassLock());
+    EXPECT_NE(static_cast<thread::Lockable*>(&Thread::getClassLock()), &thread::Lock::getClassLock());
 }
 
-TEST(HandleMapTest, RegistrationsFromManyThreadsAreAllKept) {
+TEST(HandleMapTest, RegistrationsFromManyThreadsAreAllKept)
+{
     constexpr int THREADS = 8;
     std::vector<std::unique_ptr<TestThread>> objects;
     for (int i = 0; i < THREADS; ++i) {
@@ -178,7 +188,8 @@ TEST(HandleMapTest, RegistrationsFromManyThreadsAreAllKept) {
     }
 }
 
-TEST(HandleMapTest, DestroyingAMapShutsObjectsDownInAscendingHandleOrder) {
+TEST(HandleMapTest, DestroyingAMapShutsObjectsDownInAscendingHandleOrder)
+{
     std::vector<const TestThread*> shutdowns;
     TestThread high("ALARM", 0, 0, &shutdowns);
     TestThread low("TC", 0, 0, &shutdowns);
@@ -200,7 +211,8 @@ TEST(HandleMapTest, DestroyingAMapShutsObjectsDownInAscendingHandleOrder) {
 
 // ---- pending sleep ------------------------------------------------------------------
 
-TEST(ThreadSleepTest, SleepFromAnotherThreadOnlyRecordsTheFirstRequest) {
+TEST(ThreadSleepTest, SleepFromAnotherThreadOnlyRecordsTheFirstRequest)
+{
     Worker worker;
     TestThread object("LOOP");
     object.setHandle(worker.handle());
@@ -216,7 +228,8 @@ TEST(ThreadSleepTest, SleepFromAnotherThreadOnlyRecordsTheFirstRequest) {
     object.setHandle(0);
 }
 
-TEST(ThreadSleepTest, SleepOfAnObjectWithoutHandleIsRecorded) {
+TEST(ThreadSleepTest, SleepOfAnObjectWithoutHandleIsRecorded)
+{
     TestThread object("LOOP");
     interpose::Script script;
     EXPECT_TRUE(object.sleep(40));
@@ -224,7 +237,8 @@ TEST(ThreadSleepTest, SleepOfAnObjectWithoutHandleIsRecorded) {
     EXPECT_TRUE(script.sleepRequests().empty());
 }
 
-TEST(ThreadSleepTest, SleepInTheObjectsOwnThreadSleeps) {
+TEST(ThreadSleepTest, SleepInTheObjectsOwnThreadSleeps)
+{
     TestThread object("LOOP");
     object.setHandle(pthread_self());
     {
@@ -246,7 +260,8 @@ TEST(ThreadSleepTest, SleepInTheObjectsOwnThreadSleeps) {
 
 // ---- interrupt -------------------------------------------------------------------------
 
-TEST(InterruptTest, NothingIsSentWithoutAHandleOrToTheCallerItself) {
+TEST(InterruptTest, NothingIsSentWithoutAHandleOrToTheCallerItself)
+{
     TestThread object("ALARM");
     InterruptCounter counter;
     object.interrupt();
@@ -256,7 +271,8 @@ TEST(InterruptTest, NothingIsSentWithoutAHandleOrToTheCallerItself) {
     EXPECT_EQ(0, counter.deliveries());
 }
 
-TEST(InterruptTest, SignalsTheObjectsRunningThread) {
+TEST(InterruptTest, SignalsTheObjectsRunningThread)
+{
     TestThread object("ALARM");
     InterruptCounter counter;
     Worker worker;
@@ -279,12 +295,14 @@ TEST(InterruptTest, SignalsTheObjectsRunningThread) {
 
 using Call = interpose::SchedulingCall;
 
-bool sameCall(const Call& expected, const Call& actual) {
+bool sameCall(const Call& expected, const Call& actual)
+{
     return pthread_equal(expected.handle, actual.handle) && expected.policy == actual.policy &&
            expected.priority == actual.priority;
 }
 
-TEST(PriorityTest, ApplyMakesNoCallWhenPolicyAndPriorityAlreadyFit) {
+TEST(PriorityTest, ApplyMakesNoCallWhenPolicyAndPriorityAlreadyFit)
+{
     interpose::Script script;
     // The test thread runs under normal scheduling at priority 0.
     EXPECT_EQ(0, Thread::applyPriority(0, 0));
@@ -295,7 +313,8 @@ TEST(PriorityTest, ApplyMakesNoCallWhenPolicyAndPriorityAlreadyFit) {
     EXPECT_TRUE(script.schedulingCalls().empty());
 }
 
-TEST(PriorityTest, ApplyChoosesRoundRobinAbovePriorityZero) {
+TEST(PriorityTest, ApplyChoosesRoundRobinAbovePriorityZero)
+{
     interpose::Script script;
     script.setScheduling(SCHED_OTHER, 0);
     EXPECT_EQ(0, Thread::applyPriority(0, 5));
@@ -303,7 +322,8 @@ TEST(PriorityTest, ApplyChoosesRoundRobinAbovePriorityZero) {
     EXPECT_TRUE(sameCall({pthread_self(), SCHED_RR, 5}, script.schedulingCalls()[0]));
 }
 
-TEST(PriorityTest, ApplyCallsWhenOnlyThePolicyDiffers) {
+TEST(PriorityTest, ApplyCallsWhenOnlyThePolicyDiffers)
+{
     interpose::Script script;
     script.setScheduling(SCHED_FIFO, 5);
     EXPECT_EQ(5, Thread::applyPriority(0, 5));
@@ -311,7 +331,8 @@ TEST(PriorityTest, ApplyCallsWhenOnlyThePolicyDiffers) {
     EXPECT_TRUE(sameCall({pthread_self(), SCHED_RR, 5}, script.schedulingCalls()[0]));
 }
 
-TEST(PriorityTest, ApplyCallsWhenOnlyThePriorityDiffers) {
+TEST(PriorityTest, ApplyCallsWhenOnlyThePriorityDiffers)
+{
     interpose::Script script;
     script.setScheduling(SCHED_OTHER, 0);
     EXPECT_EQ(0, Thread::applyPriority(0, -1));
@@ -323,7 +344,8 @@ TEST(PriorityTest, ApplyCallsWhenOnlyThePriorityDiffers) {
     EXPECT_TRUE(sameCall({other, SCHED_OTHER, 0}, script.schedulingCalls()[1]));
 }
 
-TEST(PriorityTest, SetPriorityOfAThreadNotRunningOnlyStoresIt) {
+TEST(PriorityTest, SetPriorityOfAThreadNotRunningOnlyStoresIt)
+{
     TestThread object("MEAS", 3);
     interpose::Script script;
     EXPECT_EQ(3, object.setPriority(7));
@@ -331,7 +353,8 @@ TEST(PriorityTest, SetPriorityOfAThreadNotRunningOnlyStoresIt) {
     EXPECT_TRUE(script.schedulingCalls().empty());
 }
 
-TEST(PriorityTest, SetPriorityOfARunningThreadAppliesIt) {
+TEST(PriorityTest, SetPriorityOfARunningThreadAppliesIt)
+{
     TestThread object("MEAS", 3);
     object.setHandle(pthread_self());
     {
@@ -349,7 +372,8 @@ TEST(PriorityTest, SetPriorityOfARunningThreadAppliesIt) {
 
 // ---- small helpers -----------------------------------------------------------------------
 
-TEST(ThreadHelpersTest, AbsoluteTimeAddsWholeSecondsToTheWallClock) {
+TEST(ThreadHelpersTest, AbsoluteTimeAddsWholeSecondsToTheWallClock)
+{
     interpose::Script script;
     script.setWallClock(timeval{100, 250000});
     timespec result{};

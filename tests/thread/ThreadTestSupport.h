@@ -20,10 +20,13 @@ class TestThread : public thread::Thread {
 public:
     explicit TestThread(const char* scope, int priority = 0, std::size_t stackSize = 0,
                         std::vector<const TestThread*>* shutdowns = nullptr)
-        : Thread(scope, priority, false, stackSize), m_shutdowns(shutdowns) {}
+        : Thread(scope, priority, false, stackSize), m_shutdowns(shutdowns)
+    {
+    }
     ~TestThread() override = default;
 
-    void shutdown(bool argument) override {
+    void shutdown(bool argument) override
+    {
         shutdownArgument = argument;
         if (m_shutdowns != nullptr) {
             m_shutdowns->push_back(this);
@@ -41,11 +44,13 @@ private:
 // A thread that stays alive, doing whatever it is handed, until destroyed.
 class Worker {
 public:
-    Worker() : m_thread([this] { loop(); }) {
+    Worker() : m_thread([this] { loop(); })
+    {
         std::unique_lock<std::mutex> lock(m_mutex);
         m_changed.wait(lock, [this] { return m_started; });
     }
-    ~Worker() {
+    ~Worker()
+    {
         {
             std::lock_guard<std::mutex> lock(m_mutex);
             m_stopping = true;
@@ -60,7 +65,8 @@ public:
 
     // Runs the task in the worker and waits for it to finish.
     template <typename Task>
-    void run(Task task) {
+    void run(Task task)
+    {
         std::unique_lock<std::mutex> lock(m_mutex);
         m_task = task;
         m_changed.notify_all();
@@ -68,7 +74,8 @@ public:
     }
 
 private:
-    void loop() {
+    void loop()
+    {
         std::unique_lock<std::mutex> lock(m_mutex);
         m_handle = pthread_self();
         m_started = true;
@@ -101,7 +108,8 @@ private:
 // the duration of a test, and puts the previous action back afterwards.
 class InterruptCounter {
 public:
-    InterruptCounter() {
+    InterruptCounter()
+    {
         s_count.store(0);
         struct sigaction counting;
         std::memset(&counting, 0, sizeof counting);
@@ -117,7 +125,8 @@ public:
     pthread_t lastReceiver() const { return s_receiver.load(); }
 
 private:
-    static void count(int) {
+    static void count(int)
+    {
         s_receiver.store(pthread_self());
         s_count.fetch_add(1);
     }

@@ -12,7 +12,8 @@ namespace {
 
 using thread::TimeValue;
 
-timespec at(long seconds, long nanoseconds) {
+timespec at(long seconds, long nanoseconds)
+{
     timespec time{};
     time.tv_sec = seconds;
     time.tv_nsec = nanoseconds;
@@ -20,7 +21,8 @@ timespec at(long seconds, long nanoseconds) {
 }
 
 // The value's fields as (seconds, nanoseconds).
-std::pair<long, long> fieldsOf(const TimeValue& value) {
+std::pair<long, long> fieldsOf(const TimeValue& value)
+{
     const timespec* time = value.getTimespec();
     return {static_cast<long>(time->tv_sec), time->tv_nsec};
 }
@@ -29,7 +31,8 @@ using Fields = std::pair<long, long>;
 
 // ---- construction and clocks -------------------------------------------------
 
-TEST(TimeValueClockTest, AcceptsOnlyRealtimeAndMonotonicClockIds) {
+TEST(TimeValueClockTest, AcceptsOnlyRealtimeAndMonotonicClockIds)
+{
     EXPECT_EQ(CLOCK_MONOTONIC, TimeValue().getClockId());
     EXPECT_EQ(CLOCK_REALTIME, TimeValue(0).getClockId());
     EXPECT_EQ(CLOCK_MONOTONIC, TimeValue(1).getClockId());
@@ -40,7 +43,8 @@ TEST(TimeValueClockTest, AcceptsOnlyRealtimeAndMonotonicClockIds) {
     EXPECT_EQ(CLOCK_REALTIME, TimeValue(0, int32_t{3}).getClockId());
 }
 
-TEST(TimeValueClockTest, NowReadsTheValuesOwnClock) {
+TEST(TimeValueClockTest, NowReadsTheValuesOwnClock)
+{
     const double realtime = TimeValue::getSeconds(CLOCK_REALTIME);
     const double monotonic = TimeValue::getSeconds(CLOCK_MONOTONIC);
     ASSERT_GT(realtime - monotonic, 1.0e8) << "the two clocks must be far apart to tell them apart";
@@ -51,14 +55,16 @@ TEST(TimeValueClockTest, NowReadsTheValuesOwnClock) {
     EXPECT_NEAR(monotonic, fieldsOf(refused).first, 60.0) << "clock 5 falls back to the monotonic clock";
 }
 
-TEST(TimeValueClockTest, ConstructorsSetTheGivenTime) {
+TEST(TimeValueClockTest, ConstructorsSetTheGivenTime)
+{
     EXPECT_EQ(Fields(0, 0), fieldsOf(TimeValue(1, false)));
     EXPECT_EQ(Fields(10, 900000000), fieldsOf(TimeValue(1, at(10, 900000000))));
     EXPECT_EQ(Fields(7, 250000000), fieldsOf(TimeValue(1, timeval{7, 250000})));
     EXPECT_EQ(Fields(42, 0), fieldsOf(TimeValue(1, int32_t{42})));
 }
 
-TEST(TimeValueClockTest, SetNowAndConstructionWithNowTakeTheClockReading) {
+TEST(TimeValueClockTest, SetNowAndConstructionWithNowTakeTheClockReading)
+{
     interpose::Script script;
     script.setClockReading(at(1234, 567));
     EXPECT_EQ(Fields(1234, 567), fieldsOf(TimeValue(1, true)));
@@ -67,7 +73,8 @@ TEST(TimeValueClockTest, SetNowAndConstructionWithNowTakeTheClockReading) {
     EXPECT_EQ(Fields(1234, 567), fieldsOf(value));
 }
 
-TEST(TimeValueClockTest, IsSetOnlyWhenEitherFieldIsNonZero) {
+TEST(TimeValueClockTest, IsSetOnlyWhenEitherFieldIsNonZero)
+{
     TimeValue value(1, false);
     EXPECT_FALSE(value.isSet());
     EXPECT_TRUE(value.isZero());
@@ -82,7 +89,8 @@ TEST(TimeValueClockTest, IsSetOnlyWhenEitherFieldIsNonZero) {
 
 // ---- static clock functions --------------------------------------------------
 
-TEST(TimeValueStaticTest, GetTimeDividesNanosecondsByAThousandThreeTimes) {
+TEST(TimeValueStaticTest, GetTimeDividesNanosecondsByAThousandThreeTimes)
+{
     interpose::Script script;
     script.setClockReading(at(2, 500000000));
     EXPECT_EQ(2.5, TimeValue::getTime(1));
@@ -97,7 +105,8 @@ TEST(TimeValueStaticTest, GetTimeDividesNanosecondsByAThousandThreeTimes) {
     EXPECT_EQ(threeDivisions, TimeValue::getTime(1));
 }
 
-TEST(TimeValueStaticTest, GetTimeHandsTheReadingOut) {
+TEST(TimeValueStaticTest, GetTimeHandsTheReadingOut)
+{
     interpose::Script script;
     script.setClockReading(at(2, 999999999));
     timespec asTimespec{};
@@ -108,11 +117,11 @@ TEST(TimeValueStaticTest, GetTimeHandsTheReadingOut) {
     TimeValue::getTime(0, &asTimeval);
     EXPECT_EQ(2, asTimeval.tv_sec);
     EXPECT_EQ(999999, asTimeval.tv_usec) << "microseconds are truncated, not rounded";
-    EXPECT_EQ(2.0 + 999999999.0 / 1000.0 / 1000.0 / 1000.0,
-              TimeValue::getTime(0, static_cast<timeval*>(nullptr)));
+    EXPECT_EQ(2.0 + 999999999.0 / 1000.0 / 1000.0 / 1000.0, TimeValue::getTime(0, static_cast<timeval*>(nullptr)));
 }
 
-TEST(TimeValueStaticTest, ConvertsBetweenTimespecAndTimeval) {
+TEST(TimeValueStaticTest, ConvertsBetweenTimespecAndTimeval)
+{
     timeval asTimeval{};
     TimeValue::toTimeval(at(5, 123456789), asTimeval);
     EXPECT_EQ(5, asTimeval.tv_sec);
@@ -123,7 +132,8 @@ TEST(TimeValueStaticTest, ConvertsBetweenTimespecAndTimeval) {
     EXPECT_EQ(654321000, asTimespec.tv_nsec);
 }
 
-TEST(TimeValueStaticTest, CompareTellsEarlierLaterAndEqual) {
+TEST(TimeValueStaticTest, CompareTellsEarlierLaterAndEqual)
+{
     EXPECT_EQ(0, TimeValue::compare(at(3, 5), at(3, 5)));
     EXPECT_EQ(1, TimeValue::compare(at(3, 5), at(3, 6)));
     EXPECT_EQ(-1, TimeValue::compare(at(3, 6), at(3, 5)));
@@ -133,7 +143,8 @@ TEST(TimeValueStaticTest, CompareTellsEarlierLaterAndEqual) {
 
 // ---- arithmetic ------------------------------------------------------------------
 
-TEST(TimeValueArithmeticTest, AddCarriesIntoTheSeconds) {
+TEST(TimeValueArithmeticTest, AddCarriesIntoTheSeconds)
+{
     TimeValue value(1, at(10, 900000000));
     value.add(0.25);
     EXPECT_EQ(Fields(11, 150000000), fieldsOf(value));
@@ -143,7 +154,8 @@ TEST(TimeValueArithmeticTest, AddCarriesIntoTheSeconds) {
     EXPECT_EQ(Fields(11, 0), fieldsOf(half));
 }
 
-TEST(TimeValueArithmeticTest, AddSplitsWholeSecondsAndTruncatesTheFraction) {
+TEST(TimeValueArithmeticTest, AddSplitsWholeSecondsAndTruncatesTheFraction)
+{
     TimeValue value(1, int32_t{100});
     value.add(2.75);
     EXPECT_EQ(Fields(102, 750000000), fieldsOf(value));
@@ -151,7 +163,8 @@ TEST(TimeValueArithmeticTest, AddSplitsWholeSecondsAndTruncatesTheFraction) {
     EXPECT_EQ(Fields(102, 750000001), fieldsOf(value));
 }
 
-TEST(TimeValueArithmeticTest, NegativeAmountsAreNotNormalised) {
+TEST(TimeValueArithmeticTest, NegativeAmountsAreNotNormalised)
+{
     TimeValue value(1, at(10, 100000000));
     value.add(-0.25);
     EXPECT_EQ(Fields(10, -150000000), fieldsOf(value));
@@ -161,7 +174,8 @@ TEST(TimeValueArithmeticTest, NegativeAmountsAreNotNormalised) {
     EXPECT_EQ(Fields(9, -500000000), fieldsOf(other));
 }
 
-TEST(TimeValueArithmeticTest, SetFromNowAddsToTheClockReading) {
+TEST(TimeValueArithmeticTest, SetFromNowAddsToTheClockReading)
+{
     interpose::Script script;
     script.setClockReading(at(100, 900000000));
     TimeValue value(1, false);
@@ -173,7 +187,8 @@ TEST(TimeValueArithmeticTest, SetFromNowAddsToTheClockReading) {
 
 // ---- remaining time --------------------------------------------------------------
 
-TEST(TimeValueRemainingTest, BorrowsAMillionMicrosecondsWhenNeeded) {
+TEST(TimeValueRemainingTest, BorrowsAMillionMicrosecondsWhenNeeded)
+{
     interpose::Script script;
     script.setClockReading(at(8, 500000999));
     EXPECT_EQ(1500000, TimeValue(1, int32_t{10}).remainingMicroseconds());
@@ -182,7 +197,8 @@ TEST(TimeValueRemainingTest, BorrowsAMillionMicrosecondsWhenNeeded) {
         << "both nanosecond counts are truncated to microseconds first";
 }
 
-TEST(TimeValueRemainingTest, PastOrPresentPointsHaveNoneLeft) {
+TEST(TimeValueRemainingTest, PastOrPresentPointsHaveNoneLeft)
+{
     interpose::Script script;
     script.setClockReading(at(8, 500000000));
     EXPECT_EQ(0, TimeValue(1, at(8, 500000000)).remainingMicroseconds());
@@ -192,21 +208,24 @@ TEST(TimeValueRemainingTest, PastOrPresentPointsHaveNoneLeft) {
     EXPECT_EQ(0, TimeValue(1, int32_t{3}).remainingMicroseconds());
 }
 
-TEST(TimeValueRemainingTest, NeverNegativeForUnnormalisedValues) {
+TEST(TimeValueRemainingTest, NeverNegativeForUnnormalisedValues)
+{
     interpose::Script script;
     script.setClockReading(at(9, 700000000));
     // 10 s - 0.5 s lies before now although its seconds are later.
     EXPECT_EQ(0, TimeValue(1, at(10, -500000000)).remainingMicroseconds());
 }
 
-TEST(TimeValueRemainingTest, FarDeadlinesAreCappedAtTheLargestInt) {
+TEST(TimeValueRemainingTest, FarDeadlinesAreCappedAtTheLargestInt)
+{
     interpose::Script script;
     script.setClockReading(at(1000, 0));
     EXPECT_EQ(2000000000, TimeValue(1, int32_t{3000}).remainingMicroseconds());
     EXPECT_EQ(INT_MAX, TimeValue(1, int32_t{4000}).remainingMicroseconds());
 }
 
-TEST(TimeValueRemainingTest, CountsDownOnTheRealClock) {
+TEST(TimeValueRemainingTest, CountsDownOnTheRealClock)
+{
     TimeValue deadline(1, false);
     deadline.setFromNow(2.0);
     const int remaining = deadline.remainingMicroseconds();
@@ -221,7 +240,8 @@ TEST(TimeValueRemainingTest, CountsDownOnTheRealClock) {
 
 // A comparison holds its own value's lock while it takes the other's, so
 // each pair of objects here is compared in one order only.
-TEST(TimeValueCompareTest, OperatorsCompareSecondsThenNanosecondsIgnoringTheClock) {
+TEST(TimeValueCompareTest, OperatorsCompareSecondsThenNanosecondsIgnoringTheClock)
+{
     const TimeValue early(1, at(5, 999999999));
     const TimeValue late(1, at(6, 0));
     EXPECT_TRUE(early < late);
@@ -245,7 +265,8 @@ TEST(TimeValueCompareTest, OperatorsCompareSecondsThenNanosecondsIgnoringTheCloc
     EXPECT_TRUE(late == late);
 }
 
-TEST(TimeValueCompareTest, ComparesSafelyWhileAnotherThreadMovesTheOtherValue) {
+TEST(TimeValueCompareTest, ComparesSafelyWhileAnotherThreadMovesTheOtherValue)
+{
     TimeValue fixed(1, int32_t{1000});
     TimeValue moving(1, int32_t{1});
     std::thread mover([&] {

@@ -35,7 +35,8 @@
 namespace {
 std::atomic<bool> g_failNextAllocation{false};
 
-void* allocate(std::size_t size) {
+void* allocate(std::size_t size)
+{
     if (g_failNextAllocation.exchange(false)) {
         throw std::bad_alloc();
     }
@@ -47,28 +48,54 @@ void* allocate(std::size_t size) {
 }
 }  // namespace
 
-void* operator new(std::size_t size) { return allocate(size); }
-void* operator new[](std::size_t size) { return allocate(size); }
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+void* operator new(std::size_t size)
+{
+    return allocate(size);
+}
+void* operator new[](std::size_t size)
+{
+    return allocate(size);
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+{
     try {
         return allocate(size);
     } catch (...) {
         return nullptr;
     }
 }
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept
+{
     try {
         return allocate(size);
     } catch (...) {
         return nullptr;
     }
 }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete[](void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
-void operator delete(void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
-void operator delete[](void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
+void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+void operator delete[](void* memory) noexcept
+{
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
+void operator delete(void* memory, const std::nothrow_t&) noexcept
+{
+    std::free(memory);
+}
+void operator delete[](void* memory, const std::nothrow_t&) noexcept
+{
+    std::free(memory);
+}
 
 // ---- scenarios --------------------------------------------------------------
 
@@ -81,17 +108,24 @@ public:
     void shutdown(bool) override {}
 };
 
-const void* callGetter(const std::string& getter) {
-    if (getter == "lock-class-lock") return &thread::Lock::getClassLock();
-    if (getter == "thread-class-lock") return &thread::Thread::getClassLock();
-    if (getter == "handle-map") return &thread::Thread::getHandleMap();
-    if (getter == "logger-class-lock") return &thread::ThreadLogger::getClassLock();
-    if (getter == "scope-map") return &thread::ThreadLogger::getThreadByScope();
+const void* callGetter(const std::string& getter)
+{
+    if (getter == "lock-class-lock")
+        return &thread::Lock::getClassLock();
+    if (getter == "thread-class-lock")
+        return &thread::Thread::getClassLock();
+    if (getter == "handle-map")
+        return &thread::Thread::getHandleMap();
+    if (getter == "logger-class-lock")
+        return &thread::ThreadLogger::getClassLock();
+    if (getter == "scope-map")
+        return &thread::ThreadLogger::getThreadByScope();
     std::printf("unknown getter %s\n", getter.c_str());
     std::exit(2);
 }
 
-int timeout() {
+int timeout()
+{
     const unsigned atStart = thread::Lock::getTimeout();
     const unsigned previous = thread::Lock::setTimeout(7);
     const unsigned afterSet = thread::Lock::getTimeout();
@@ -100,7 +134,8 @@ int timeout() {
 }
 
 // Many threads released at one moment make the getter's first call.
-int firstUse(const std::string& getter) {
+int firstUse(const std::string& getter)
+{
     constexpr int THREADS = 16;
     std::atomic<int> ready{0};
     std::atomic<bool> go{false};
@@ -123,12 +158,12 @@ int firstUse(const std::string& getter) {
         worker.join();
     }
     const std::set<const void*> distinct(objects.begin(), objects.end());
-    std::printf("threads=%d distinct=%zu null=%d\n", THREADS, distinct.size(),
-                distinct.count(nullptr) != 0 ? 1 : 0);
+    std::printf("threads=%d distinct=%zu null=%d\n", THREADS, distinct.size(), distinct.count(nullptr) != 0 ? 1 : 0);
     return 0;
 }
 
-int failedCreation(const std::string& getter) {
+int failedCreation(const std::string& getter)
+{
     // The catch-all's log record must reach the pipe before abort() ends
     // the process.
     std::setvbuf(stdout, nullptr, _IONBF, 0);
@@ -141,19 +176,22 @@ int failedCreation(const std::string& getter) {
 void markerHandler(int) {}
 void markerHandlerWithInfo(int, siginfo_t*, void*) {}
 
-bool isMarker(const struct sigaction& action) {
+bool isMarker(const struct sigaction& action)
+{
     return (action.sa_flags & SA_SIGINFO) != 0 ? action.sa_sigaction == markerHandlerWithInfo
                                                : action.sa_handler == markerHandler;
 }
 
-struct sigaction currentAction() {
+struct sigaction currentAction()
+{
     struct sigaction action;
     std::memset(&action, 0, sizeof action);
     sigaction(SIGWINCH, nullptr, &action);
     return action;
 }
 
-int interruptHandler(const std::string& mode) {
+int interruptHandler(const std::string& mode)
+{
     struct sigaction before;
     std::memset(&before, 0, sizeof before);
     sigemptyset(&before.sa_mask);
@@ -174,8 +212,8 @@ int interruptHandler(const std::string& mode) {
 
     const ProbeThread first;
     const struct sigaction installed = currentAction();
-    const bool isDefault = (installed.sa_flags & SA_SIGINFO) == 0 &&
-                           (installed.sa_handler == SIG_DFL || installed.sa_handler == SIG_IGN);
+    const bool isDefault =
+        (installed.sa_flags & SA_SIGINFO) == 0 && (installed.sa_handler == SIG_DFL || installed.sa_handler == SIG_IGN);
     std::printf("handler-replaced=%d siginfo=%d onstack=%d restart=%d usr1-masked=%d\n",
                 !isMarker(installed) && !isDefault, (installed.sa_flags & SA_SIGINFO) != 0,
                 (installed.sa_flags & SA_ONSTACK) != 0, (installed.sa_flags & SA_RESTART) != 0,
@@ -201,7 +239,8 @@ public:
 // Unlocking what another thread holds fails; the failure is passed on
 // unchanged and the other thread keeps its hold. (A ThreadSanitizer build
 // reports this misuse unless it runs with report_mutex_bugs=0.)
-int foreignUnlock() {
+int foreignUnlock()
+{
     thread::Mutex mutex(false);
     ProbeMonitor monitor;
     std::atomic<int> stage{0};
@@ -223,21 +262,26 @@ int foreignUnlock() {
     const bool stillHeld = !mutex.tryLock() && !monitor.tryLock();
     stage.store(2);
     holder.join();
-    std::printf("mutex-unlock=%d monitor-unlock=%d still-held=%d\n", mutexResult, monitorResult,
-                stillHeld);
+    std::printf("mutex-unlock=%d monitor-unlock=%d still-held=%d\n", mutexResult, monitorResult, stillHeld);
     return 0;
 }
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv)
+{
     const std::string scenario = argc > 1 ? argv[1] : "";
     const std::string argument = argc > 2 ? argv[2] : "";
-    if (scenario == "timeout") return timeout();
-    if (scenario == "first-use") return firstUse(argument);
-    if (scenario == "failed-creation") return failedCreation(argument);
-    if (scenario == "interrupt-handler") return interruptHandler(argument);
-    if (scenario == "foreign-unlock") return foreignUnlock();
+    if (scenario == "timeout")
+        return timeout();
+    if (scenario == "first-use")
+        return firstUse(argument);
+    if (scenario == "failed-creation")
+        return failedCreation(argument);
+    if (scenario == "interrupt-handler")
+        return interruptHandler(argument);
+    if (scenario == "foreign-unlock")
+        return foreignUnlock();
     std::printf("usage: thread_probe timeout | first-use <getter> | failed-creation <getter> | "
                 "interrupt-handler default|plain|siginfo | foreign-unlock\n");
     return 2;

@@ -28,8 +28,7 @@ int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
     std::cout << "long=" << sizeof(long) << " time_t=" << sizeof(std::time_t)
-              << " spi_ioc_transfer=" << sizeof(spi_ioc_transfer)
-              << " pointer=" << sizeof(void*) << "\n";
+              << " spi_ioc_transfer=" << sizeof(spi_ioc_transfer) << " pointer=" << sizeof(void*) << "\n";
 
     Emitter emitter;
     int received = 0;

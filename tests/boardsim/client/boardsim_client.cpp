@@ -85,12 +85,8 @@ std::string escape(const std::string& text)
 class StreamPin {
 public:
     StreamPin(int line, bool output, bool activeLow)
-        : m_export("/sys/class/gpio/export"),
-          m_unexport("/sys/class/gpio/unexport"),
-          m_number(std::to_string(line)),
-          m_folder("/sys/class/gpio/gpio" + m_number),
-          m_output(output),
-          m_activeLow(activeLow)
+        : m_export("/sys/class/gpio/export"), m_unexport("/sys/class/gpio/unexport"), m_number(std::to_string(line)),
+          m_folder("/sys/class/gpio/gpio" + m_number), m_output(output), m_activeLow(activeLow)
     {
         m_unexport << m_number;
         m_unexport.flush();
@@ -197,7 +193,8 @@ void spiMessage(int fd, const std::string& text)
         std::size_t comma = part.find(',');
         while (comma != std::string::npos) {
             const std::size_t next = part.find(',', comma + 1);
-            const std::string option = part.substr(comma + 1, next == std::string::npos ? std::string::npos : next - comma - 1);
+            const std::string option =
+                part.substr(comma + 1, next == std::string::npos ? std::string::npos : next - comma - 1);
             if (option == "cs") {
                 record.cs_change = 1;
             } else if (option.compare(0, 6, "speed=") == 0) {
@@ -246,8 +243,7 @@ void spiSetup(int fd)
     for (const int result : results) {
         std::cout << ' ' << result;
     }
-    std::cout << " mode " << static_cast<int>(mode) << " bits " << static_cast<int>(bits) << " speed " << speed
-              << '\n';
+    std::cout << " mode " << static_cast<int>(mode) << " bits " << static_cast<int>(bits) << " speed " << speed << '\n';
 }
 
 // Ordinary files must behave as without the simulator, through every path a
@@ -311,8 +307,7 @@ int run(int argc, char** argv)
             std::vector<std::uint8_t> bytes(std::stoul(next()));
             const ssize_t result = ::read(fd, bytes.data(), bytes.size());
             std::cout << "read " << result << ' '
-                      << (result < 0 ? errnoText(errno) : hex(bytes.data(), static_cast<std::size_t>(result)))
-                      << '\n';
+                      << (result < 0 ? errnoText(errno) : hex(bytes.data(), static_cast<std::size_t>(result))) << '\n';
         } else if (op == "spi-dup") {
             const int copy = ::dup(fd);
             ::close(fd);
@@ -379,7 +374,8 @@ int run(int argc, char** argv)
             char buffer[64];
             const ssize_t result = ::read(file, buffer, sizeof buffer);
             std::cout << "read "
-                      << (result >= 0 ? escape(std::string(buffer, static_cast<std::size_t>(result))) : errnoText(errno))
+                      << (result >= 0 ? escape(std::string(buffer, static_cast<std::size_t>(result)))
+                                      : errnoText(errno))
                       << '\n';
             ::close(file);
         } else if (op == "stdio-write") {
@@ -431,7 +427,10 @@ int run(int argc, char** argv)
             } else if (S_ISCHR(info.st_mode)) {
                 std::cout << "stat chr " << major(info.st_rdev) << ' ' << minor(info.st_rdev) << '\n';
             } else {
-                std::cout << "stat " << (S_ISDIR(info.st_mode) ? "dir" : S_ISREG(info.st_mode) ? "file" : "other")
+                std::cout << "stat "
+                          << (S_ISDIR(info.st_mode)   ? "dir"
+                              : S_ISREG(info.st_mode) ? "file"
+                                                      : "other")
                           << '\n';
             }
             std::cout << "access " << (::access(path.c_str(), R_OK | W_OK) == 0 ? "ok" : errnoText(errno)) << '\n';

@@ -71,8 +71,8 @@ std::string recordMessage(const std::string& line)
 }
 
 // Runs argv with env, stdout/stderr to files, in folder; returns the wait status.
-int spawn(const std::vector<std::string>& argv, const std::vector<std::string>& env,
-          const std::string& folder, const std::string& outPath, const std::string& errPath)
+int spawn(const std::vector<std::string>& argv, const std::vector<std::string>& env, const std::string& folder,
+          const std::string& outPath, const std::string& errPath)
 {
     std::vector<char*> args;
     for (const std::string& a : argv) {
@@ -284,8 +284,8 @@ RunResult SimulatedBoard::run(const std::vector<std::string>& command, const Run
     fs::remove(tracePath, ignored);
     fs::remove(summaryPath, ignored);
 
-    std::vector<std::string> argv = {BOARDSIM_BINARY, "--state", m_stateFolder, "--trace", tracePath,
-                                     "--summary", summaryPath, "--quiet"};
+    std::vector<std::string> argv = {BOARDSIM_BINARY, "--state",   m_stateFolder, "--trace",
+                                     tracePath,       "--summary", summaryPath,   "--quiet"};
     argv.insert(argv.end(), settings.simulatorOptions.begin(), settings.simulatorOptions.end());
     argv.push_back("--");
     argv.insert(argv.end(), command.begin(), command.end());

@@ -47,8 +47,9 @@ protected:
         for (std::size_t i = from; i < run.trace.size() && i < to; ++i) {
             const QJsonObject& event = run.trace[i];
             if (text(event.value(QStringLiteral("ev"))) == "gpio_write") {
-                found.push_back(text(event.value(QStringLiteral("path"))) + "=" + text(event.value(QStringLiteral("data"))) +
-                                ":" + text(event.value(QStringLiteral("result"))));
+                found.push_back(text(event.value(QStringLiteral("path"))) + "=" +
+                                text(event.value(QStringLiteral("data"))) + ":" +
+                                text(event.value(QStringLiteral("result"))));
             }
         }
         return found;
@@ -59,7 +60,8 @@ protected:
     {
         for (std::size_t i = 0; i < run.trace.size(); ++i) {
             const QJsonObject& event = run.trace[i];
-            if (text(event.value(QStringLiteral("ev"))) == "sleep" && integer(event.value(QStringLiteral("us"))) == us) {
+            if (text(event.value(QStringLiteral("ev"))) == "sleep" &&
+                integer(event.value(QStringLiteral("us"))) == us) {
                 return i;
             }
         }
@@ -115,7 +117,8 @@ TEST_F(HalOnBoard, FirstUseOfAnActiveLowInputConfiguresItAsSuch)
     const std::vector<std::string> all = writes(run);
     ASSERT_GE(all.size(), 4U);
     EXPECT_EQ(std::vector<std::string>(all.begin(), all.begin() + 4),
-              (std::vector<std::string>{"unexport=2:EINVAL", "export=2:ok", "gpio2/active_low=1:ok", "gpio2/direction=in:ok"}));
+              (std::vector<std::string>{"unexport=2:EINVAL", "export=2:ok", "gpio2/active_low=1:ok",
+                                        "gpio2/direction=in:ok"}));
 }
 
 TEST_F(HalOnBoard, SecondOperationWritesNoSetUpAgain)
@@ -284,8 +287,9 @@ TEST_F(HalOnBoard, LineOperationsReachTheirLines)
     EXPECT_EQ(printed(run, "gpio48"), "1");
     EXPECT_EQ(printed(run, "gpio2"), "1") << "active-low input at electrical 0 reads 1";
     const std::vector<std::string> all = writes(run);
-    for (const char* expected : {"gpio51/value=1:ok", "gpio49/value=1:ok", "gpio49/value=0:ok", "gpio143/value=0:ok",
-                                 "gpio143/value=1:ok", "gpio48/value=1:ok", "gpio2/active_low=1:ok", "gpio2/direction=in:ok"}) {
+    for (const char* expected :
+         {"gpio51/value=1:ok", "gpio49/value=1:ok", "gpio49/value=0:ok", "gpio143/value=0:ok", "gpio143/value=1:ok",
+          "gpio48/value=1:ok", "gpio2/active_low=1:ok", "gpio2/direction=in:ok"}) {
         EXPECT_NE(std::find(all.begin(), all.end(), expected), all.end()) << expected;
     }
     EXPECT_EQ(run.violationsTotal(), 0);
@@ -371,7 +375,8 @@ TEST_F(HalOnBoard, ZeroDurationMelodySendsAllThreeRequests)
     for (std::size_t i = from; i < run.trace.size(); ++i) {
         const QJsonObject& event = run.trace[i];
         if (text(event.value(QStringLiteral("ev"))) == "melody_ioctl") {
-            requests.push_back(text(event.value(QStringLiteral("req"))) + ":" + text(event.value(QStringLiteral("bytes"))));
+            requests.push_back(text(event.value(QStringLiteral("req"))) + ":" +
+                               text(event.value(QStringLiteral("bytes"))));
         }
     }
     EXPECT_EQ(requests, (std::vector<std::string>{"TYPE:01000000d0070000", "START_STOP:01", "START_STOP:00"}));
@@ -388,8 +393,8 @@ TEST_F(HalOnBoard, DestroyedHalReleasesLinesInOrderThenClosesTheBus)
 {
     const RunResult run = probe("hal-destroy");
     EXPECT_EQ(writes(run, marker(run, 7)),
-              (std::vector<std::string>{"unexport=2:EINVAL", "unexport=48:EINVAL", "unexport=51:ok", "unexport=49:EINVAL",
-                                        "unexport=143:EINVAL"}));
+              (std::vector<std::string>{"unexport=2:EINVAL", "unexport=48:EINVAL", "unexport=51:ok",
+                                        "unexport=49:EINVAL", "unexport=143:EINVAL"}));
     const std::vector<QJsonObject> closes = run.events("spi_close");
     ASSERT_EQ(closes.size(), 1U);
     EXPECT_GT(run.indexOf(closes[0]), static_cast<int>(marker(run, 7)));

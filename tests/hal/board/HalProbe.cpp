@@ -34,9 +34,21 @@ void mark(unsigned int microseconds)
 
 const std::map<std::string, std::function<void()>> SCENARIOS = {
     // First use of an output line through each operation.
-    {"first-use-get", [] { GpioPin pin(49, true, false); print("value", pin.getValue()); }},
-    {"first-use-set", [] { GpioPin pin(49, true, false); pin.setValue(1); }},
-    {"first-use-toggle", [] { GpioPin pin(49, true, false); pin.toggleValue(); }},
+    {"first-use-get",
+     [] {
+         GpioPin pin(49, true, false);
+         print("value", pin.getValue());
+     }},
+    {"first-use-set",
+     [] {
+         GpioPin pin(49, true, false);
+         pin.setValue(1);
+     }},
+    {"first-use-toggle",
+     [] {
+         GpioPin pin(49, true, false);
+         pin.toggleValue();
+     }},
     {"first-use-wait",
      [] {
          GpioPin pin(2, false, true);
@@ -113,7 +125,10 @@ const std::map<std::string, std::function<void()>> SCENARIOS = {
          pin.setValue(0);
          mark(8);
      }},
-    {"destroy-unused", [] { GpioPin pin(49, true, false); }},
+    {"destroy-unused",
+     [] {
+         GpioPin pin(49, true, false);
+     }},
     {"destroy-after-use",
      [] {
          GpioPin pin(49, true, false);

@@ -13,7 +13,8 @@ namespace {
 constexpr unsigned DEFAULT_TIMEOUT_SECONDS = 15;
 constexpr unsigned UNLIMITED_TIMEOUT_SECONDS = 31536000;  // 365 days
 
-unsigned timeoutFromEnvironment() {
+unsigned timeoutFromEnvironment()
+{
     // Set, even to the empty value, means the process runs under a debugger.
     return std::getenv("GDB") != nullptr ? 0 : DEFAULT_TIMEOUT_SECONDS;
 }
@@ -21,7 +22,8 @@ unsigned timeoutFromEnvironment() {
 // The stored timeout lives in a function-local static so that a caller
 // running during static initialisation, before this file's own statics,
 // still finds it taken from the environment.
-unsigned& storedTimeout() {
+unsigned& storedTimeout()
+{
     static unsigned timeout = timeoutFromEnvironment();
     return timeout;
 }
@@ -32,18 +34,21 @@ const unsigned& g_timeoutAtStartUp = storedTimeout();
 
 }  // namespace
 
-Lock::Lock(Lockable& lockable) : m_lockable(lockable) {
+Lock::Lock(Lockable& lockable) : m_lockable(lockable)
+{
     m_lockable.lock();
 }
 
-Lock::~Lock() {
+Lock::~Lock()
+{
     m_lockable.unlock();
 }
 
 // Like every process-wide object of this library, the class lock is made on
 // first use and never deleted, so it outlives static destructors and atexit
 // handlers that may still take it.
-Lockable& Lock::getClassLock() {
+Lockable& Lock::getClassLock()
+{
     try {
         static Mutex* const s_pClassLock = new Mutex(false);
         return *s_pClassLock;
@@ -53,14 +58,16 @@ Lockable& Lock::getClassLock() {
     }
 }
 
-unsigned Lock::setTimeout(unsigned seconds) {
+unsigned Lock::setTimeout(unsigned seconds)
+{
     Lock guard(getClassLock());
     const unsigned previous = storedTimeout();
     storedTimeout() = seconds;
     return previous;
 }
 
-unsigned Lock::getTimeout() {
+unsigned Lock::getTimeout()
+{
     Lock guard(getClassLock());
     const unsigned stored = storedTimeout();
     return stored == 0 ? UNLIMITED_TIMEOUT_SECONDS : stored;

@@ -11,8 +11,7 @@
 
 namespace thread {
 
-static_assert(Thread::INTERRUPT_SIGNAL == SIGWINCH,
-              "the interrupt signal is SIGWINCH, ignored by default");
+static_assert(Thread::INTERRUPT_SIGNAL == SIGWINCH, "the interrupt signal is SIGWINCH, ignored by default");
 
 namespace {
 
@@ -28,7 +27,8 @@ void ignoreInterruptWithInfo(int, siginfo_t*, void*) {}
 // Installs the do-nothing handler for the interrupt signal once per process,
 // keeping the signal mask and flags of the action in place (so SA_RESTART is
 // only set if somebody set it before).
-void installInterruptHandlerOnce() {
+void installInterruptHandlerOnce()
+{
     Lock guard(Thread::getClassLock());
     if (s_interruptHandlerInstalled) {
         return;
@@ -47,18 +47,16 @@ void installInterruptHandlerOnce() {
 
 // timeval's microseconds are wider than timespec's nanoseconds on 32-bit
 // targets with 64-bit time; a microsecond count always fits.
-long nanosecondsFromMicroseconds(long long microseconds) {
+long nanosecondsFromMicroseconds(long long microseconds)
+{
     return static_cast<long>(microseconds * 1000);
 }
 
 }  // namespace
 
 Thread::Thread(const char* scope, int priority, bool constructionFlag, std::size_t stackSize)
-    : Monitor(constructionFlag),
-      m_priority(priority),
-      m_scope(scope),
-      m_handle(0),
-      m_pendingSleep(0) {
+    : Monitor(constructionFlag), m_priority(priority), m_scope(scope), m_handle(0), m_pendingSleep(0)
+{
     std::memset(&m_creationAttributes, 0, sizeof m_creationAttributes);
     pthread_attr_init(&m_creationAttributes);
     pthread_attr_setdetachstate(&m_creationAttributes, PTHREAD_CREATE_JOINABLE);
@@ -69,16 +67,19 @@ Thread::Thread(const char* scope, int priority, bool constructionFlag, std::size
 }
 
 // The handle map is left alone: whoever set the handle clears it first.
-Thread::~Thread() {
+Thread::~Thread()
+{
     pthread_attr_destroy(&m_creationAttributes);
 }
 
-bool Thread::isRunning() {
+bool Thread::isRunning()
+{
     const pthread_t handle = getHandle();
     return handle != 0 && pthread_kill(handle, 0) == 0;
 }
 
-bool Thread::sleep(unsigned microseconds) {
+bool Thread::sleep(unsigned microseconds)
+{
     const pthread_t handle = getHandle();
     if (handle != 0 && pthread_equal(pthread_self(), handle)) {
         return sleepMicroseconds(microseconds) == 0;
@@ -91,7 +92,8 @@ bool Thread::sleep(unsigned microseconds) {
     return true;
 }
 
-void Thread::interrupt() {
+void Thread::interrupt()
+{
     Lock guard(*this);
     const pthread_t handle = getHandle();
     if (handle != 0 && isRunning() && !pthread_equal(pthread_self(), handle)) {
@@ -99,7 +101,8 @@ void Thread::interrupt() {
     }
 }
 
-int Thread::setPriority(int priority) {
+int Thread::setPriority(int priority)
+{
     Lock guard(*this);
     const int previous = m_priority;
     m_priority = priority;
@@ -109,16 +112,19 @@ int Thread::setPriority(int priority) {
     return previous;
 }
 
-const char* Thread::getScope() const {
+const char* Thread::getScope() const
+{
     return m_scope;
 }
 
-pthread_t Thread::getHandle() {
+pthread_t Thread::getHandle()
+{
     Lock guard(*this);
     return m_handle;
 }
 
-void Thread::setHandle(pthread_t handle) {
+void Thread::setHandle(pthread_t handle)
+{
     Lock guard(*this);
     const pthread_t previous = m_handle;
     m_handle = handle;
@@ -129,17 +135,20 @@ void Thread::setHandle(pthread_t handle) {
     }
 }
 
-unsigned Thread::getPendingSleep() {
+unsigned Thread::getPendingSleep()
+{
     Lock guard(*this);
     return m_pendingSleep;
 }
 
-void Thread::setPendingSleep(unsigned microseconds) {
+void Thread::setPendingSleep(unsigned microseconds)
+{
     Lock guard(*this);
     m_pendingSleep = microseconds;
 }
 
-int Thread::applyPriority(pthread_t handle, int priority) {
+int Thread::applyPriority(pthread_t handle, int priority)
+{
     if (handle == 0) {
         handle = pthread_self();
     }
@@ -155,18 +164,21 @@ int Thread::applyPriority(pthread_t handle, int priority) {
     return current.sched_priority;
 }
 
-bool Thread::yield() {
+bool Thread::yield()
+{
     return sched_yield() == 0;
 }
 
-void Thread::absoluteTime(timespec& result, int seconds) {
+void Thread::absoluteTime(timespec& result, int seconds)
+{
     timeval now{};
     gettimeofday(&now, nullptr);
     result.tv_sec = now.tv_sec + seconds;
     result.tv_nsec = nanosecondsFromMicroseconds(now.tv_usec);
 }
 
-const pthread_attr_t* Thread::getCreationAttributes() const {
+const pthread_attr_t* Thread::getCreationAttributes() const
+{
     return &m_creationAttributes;
 }
 

@@ -50,8 +50,7 @@ public:
     // The scope name is not copied: it must outlive the object. The first
     // construction in the process installs the handler of the interrupt
     // signal. A stack size of 0 keeps the system's default.
-    Thread(const char* scope, int priority, bool constructionFlag = false,
-           std::size_t stackSize = 0);
+    Thread(const char* scope, int priority, bool constructionFlag = false, std::size_t stackSize = 0);
     ~Thread() override = 0;
 
     // What shutting down means is the derived class's business; the handle

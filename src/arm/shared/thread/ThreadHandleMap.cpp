@@ -11,7 +11,8 @@
 namespace thread {
 
 // A null object registered by mistake is skipped rather than called.
-Thread::THREAD_FROM_HANDLE::~THREAD_FROM_HANDLE() {
+Thread::THREAD_FROM_HANDLE::~THREAD_FROM_HANDLE()
+{
     for (const value_type& entry : *this) {
         if (entry.second != nullptr) {
             entry.second->shutdown(true);
@@ -19,7 +20,8 @@ Thread::THREAD_FROM_HANDLE::~THREAD_FROM_HANDLE() {
     }
 }
 
-Mutex& Thread::getClassLock() {
+Mutex& Thread::getClassLock()
+{
     try {
         static Mutex* const s_pClassLock = new Mutex(false);
         return *s_pClassLock;
@@ -29,7 +31,8 @@ Mutex& Thread::getClassLock() {
     }
 }
 
-Thread::THREAD_FROM_HANDLE& Thread::getHandleMap() {
+Thread::THREAD_FROM_HANDLE& Thread::getHandleMap()
+{
     try {
         static THREAD_FROM_HANDLE* const s_pHandleMap = new THREAD_FROM_HANDLE();
         return *s_pHandleMap;
@@ -39,18 +42,21 @@ Thread::THREAD_FROM_HANDLE& Thread::getHandleMap() {
     }
 }
 
-void Thread::registerThread(Thread* object, pthread_t handle) {
+void Thread::registerThread(Thread* object, pthread_t handle)
+{
     Lock guard(getClassLock());
     // insert() leaves an existing entry for the handle unchanged.
     getHandleMap().insert(THREAD_FROM_HANDLE::value_type(handle, object));
 }
 
-void Thread::unregisterThread(pthread_t handle) {
+void Thread::unregisterThread(pthread_t handle)
+{
     Lock guard(getClassLock());
     getHandleMap().erase(handle);
 }
 
-Thread* Thread::findThread(pthread_t handle) {
+Thread* Thread::findThread(pthread_t handle)
+{
     if (handle == 0) {
         handle = pthread_self();
     }
@@ -62,7 +68,8 @@ Thread* Thread::findThread(pthread_t handle) {
 
 // The scope name is read after the class lock is released and without the
 // object's lock: it never changes.
-const char* Thread::getScopeName(pthread_t handle) {
+const char* Thread::getScopeName(pthread_t handle)
+{
     Thread* const object = findThread(handle);
     return object != nullptr ? object->getScope() : EXTERNAL_SCOPE;
 }

@@ -12,15 +12,18 @@ ThreadLogger::ThreadLogger() : m_flag(false) {}
 
 ThreadLogger::~ThreadLogger() = default;
 
-bool ThreadLogger::open() {
+bool ThreadLogger::open()
+{
     return true;
 }
 
-bool ThreadLogger::close() {
+bool ThreadLogger::close()
+{
     return true;
 }
 
-Lockable& ThreadLogger::getClassLock() {
+Lockable& ThreadLogger::getClassLock()
+{
     try {
         static Mutex* const s_pClassLock = new Mutex(false);
         return *s_pClassLock;
@@ -30,7 +33,8 @@ Lockable& ThreadLogger::getClassLock() {
     }
 }
 
-ThreadLogger::THREAD_MAP& ThreadLogger::getThreadByScope() {
+ThreadLogger::THREAD_MAP& ThreadLogger::getThreadByScope()
+{
     try {
         static THREAD_MAP* const s_pThreadByScope = new THREAD_MAP();
         return *s_pThreadByScope;

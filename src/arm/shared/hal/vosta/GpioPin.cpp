@@ -25,13 +25,9 @@ constexpr std::ios_base::openmode ATTRIBUTE_MODE = std::ios_base::in | std::ios_
 }  // namespace
 
 GpioPin::GpioPin(int gpioNumber, bool isOutput, bool activeLow)
-    : m_exportFile(GPIO_EXPORT_PATH),
-      m_unexportFile(GPIO_UNEXPORT_PATH),
-      m_numberText(std::to_string(gpioNumber)),
-      m_directoryPath(GPIO_DIRECTORY_PREFIX + m_numberText),
-      m_isOutput(isOutput ? 1 : 0),
-      m_isActiveLow(activeLow ? 1 : 0),
-      m_isOpen(false)
+    : m_exportFile(GPIO_EXPORT_PATH), m_unexportFile(GPIO_UNEXPORT_PATH), m_numberText(std::to_string(gpioNumber)),
+      m_directoryPath(GPIO_DIRECTORY_PREFIX + m_numberText), m_isOutput(isOutput ? 1 : 0),
+      m_isActiveLow(activeLow ? 1 : 0), m_isOpen(false)
 {
 }
 

@@ -24,12 +24,8 @@ void deletePin(std::unique_ptr<GpioPin>& pin)
 }  // namespace
 
 HwAbstractionLayerVosta::HwAbstractionLayerVosta()
-    : m_merivak(),
-      m_melody(),
-      m_pGpio2(new GpioPin(2, false, true)),
-      m_pGpio48(new GpioPin(48, true, false)),
-      m_pGpio51(new GpioPin(51, true, false)),
-      m_pGpio49(new GpioPin(49, true, false)),
+    : m_merivak(), m_melody(), m_pGpio2(new GpioPin(2, false, true)), m_pGpio48(new GpioPin(48, true, false)),
+      m_pGpio51(new GpioPin(51, true, false)), m_pGpio49(new GpioPin(49, true, false)),
       m_pGpio143(new GpioPin(143, true, false))
 {
 }

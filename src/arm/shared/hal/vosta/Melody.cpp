@@ -44,9 +44,7 @@ const useconds_t DOUBLE_BEEP_GAP_US = 38000;
 
 const char* const Melody::MELODY_DEVICE_NAME = "/dev/mldalm";
 
-Melody::Melody()
-    : QObject(nullptr),
-      m_deviceFd(-1)
+Melody::Melody() : QObject(nullptr), m_deviceFd(-1)
 {
     melodyInit();
 }
@@ -98,13 +96,15 @@ void Melody::runCycle(unsigned int melodyType, unsigned int pauseMicroseconds, b
     record.melodyType = melodyType;
     if (::ioctl(m_deviceFd, MELODY_IOC_TYPE, &record) < 0) {
         const int err = errno;
-        MERIVAK_LOG_ERROR("spi_logger", "Melody type cannot be sent -> " << "ERRNO : " << err);
+        MERIVAK_LOG_ERROR("spi_logger", "Melody type cannot be sent -> "
+                                            << "ERRNO : " << err);
     }
 
     std::int32_t startStop = MELODY_START;
     if (::ioctl(m_deviceFd, MELODY_IOC_START_STOP, &startStop) < 0) {
         const int err = errno;
-        MERIVAK_LOG_ERROR("spi_logger", "Melody START cannot be sent -> " << "ERRNO : " << err);
+        MERIVAK_LOG_ERROR("spi_logger", "Melody START cannot be sent -> "
+                                            << "ERRNO : " << err);
     }
 
     if (pauseBetween) {
@@ -114,7 +114,8 @@ void Melody::runCycle(unsigned int melodyType, unsigned int pauseMicroseconds, b
     startStop = MELODY_STOP;
     if (::ioctl(m_deviceFd, MELODY_IOC_START_STOP, &startStop) < 0) {
         const int err = errno;
-        MERIVAK_LOG_ERROR("spi_logger", "Melody STOP cannot be sent -> " << "ERRNO : " << err);
+        MERIVAK_LOG_ERROR("spi_logger", "Melody STOP cannot be sent -> "
+                                            << "ERRNO : " << err);
     }
 
     if (m_deviceFd >= 0) {

@@ -33,9 +33,7 @@ static_assert(SPI_IOC_RD_MAX_SPEED_HZ == 0x80046b04, "SPI_IOC_RD_MAX_SPEED_HZ en
 
 const char* const Merivak::SPI_BUS_DEVICE_NAME = "/dev/spidev0.0";
 
-Merivak::Merivak()
-    : QObject(nullptr),
-      m_spiFd(-1)
+Merivak::Merivak() : QObject(nullptr), m_spiFd(-1)
 {
     connectSPIbus();
 }
@@ -86,8 +84,6 @@ void Merivak::connectSPIbus()
     }
 }
 
-void Merivak::handleSPIdata()
-{
-}
+void Merivak::handleSPIdata() {}
 
 }  // namespace merivak

@@ -38,7 +38,8 @@ bool Merivak::wait_tillFlashIsReady()
     for (int readsLeft = STATUS_READS_PER_WAIT; readsLeft > 0; --readsLeft) {
         if (::ioctl(m_spiFd, flash::SPI_MESSAGE_2, message) < 0) {
             const int err = errno;
-            MERIVAK_LOG_ERROR("spi_logger", "SPI message cannot be sent -> " << "ERRNO : " << err);
+            MERIVAK_LOG_ERROR("spi_logger", "SPI message cannot be sent -> "
+                                                << "ERRNO : " << err);
             return false;
         }
         if ((status & flash::STATUS_BUSY) == 0) {
@@ -69,7 +70,8 @@ bool Merivak::eraseDSPflash()
 
     if (::ioctl(m_spiFd, flash::SPI_MESSAGE_2, message) < 0) {
         const int err = errno;
-        MERIVAK_LOG_ERROR("spi_logger", "SPI message cannot be sent -> " << "ERRNO : " << err);
+        MERIVAK_LOG_ERROR("spi_logger", "SPI message cannot be sent -> "
+                                            << "ERRNO : " << err);
         flash::setDspHoldLine(1);
         return false;
     }

@@ -77,7 +77,8 @@ bool Merivak::updateDSPflash(QString fileName)
         for (int page = 0; page < pageCount; ++page) {
             if (::ioctl(m_spiFd, flash::SPI_MESSAGE_3, message) < 0) {
                 const int err = errno;
-                MERIVAK_LOG_ERROR("spi_logger", "SPI message cannot be sent -> " << "ERRNO : " << err);
+                MERIVAK_LOG_ERROR("spi_logger", "SPI message cannot be sent -> "
+                                                    << "ERRNO : " << err);
                 flash::setDspHoldLine(1);
                 return false;
             }

@@ -33,7 +33,8 @@ bool Merivak::readFirmwareArea(QByteArray& image)
     for (int page = 0; page < flash::PAGE_COUNT; ++page) {
         if (::ioctl(m_spiFd, flash::SPI_MESSAGE_2, message) < 0) {
             const int err = errno;
-            MERIVAK_LOG_ERROR("spi_logger", "SPI message cannot be sent -> " << "ERRNO : " << err);
+            MERIVAK_LOG_ERROR("spi_logger", "SPI message cannot be sent -> "
+                                                << "ERRNO : " << err);
             flash::setDspHoldLine(1);
             return false;
         }
