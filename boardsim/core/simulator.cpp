@@ -29,15 +29,6 @@ std::string executablePath()
     return length > 0 ? std::string(buffer, static_cast<std::size_t>(length)) : std::string();
 }
 
-void putErrno(JsonWriter& event, int err)
-{
-    if (err != 0) {
-        event.string("errno", errnoName(err));
-    } else {
-        event.null("errno");
-    }
-}
-
 std::int64_t toNanoseconds(const timespec& time)
 {
     return static_cast<std::int64_t>(time.tv_sec) * 1000000000LL + time.tv_nsec;
@@ -151,7 +142,7 @@ void Simulator::traceOpen(const char* name, const DevicePath& path, int flags, i
         event.number("flags", flags);
     }
     event.number("fd", result).number("result", result);
-    putErrno(event, err);
+    Trace::putErrno(event, err);
     trace.emit(event);
 }
 
@@ -514,6 +505,157 @@ short Simulator::readiness(const OpenFile& file, short events) const
     return static_cast<short>(mask & (events | POLLERR | POLLHUP));
 }
 
+// The real descriptors of a poll set that also holds simulated ones, with
+// their places in the caller's set.
+class Simulator::RealPollSet {
+public:
+    RealPollSet(pollfd* fds, nfds_t count, const OpenFiles& files, const sigset_t* mask) : m_fds(fds), m_mask(mask)
+    {
+        for (nfds_t i = 0; i < count; ++i) {
+            if (files.peek(fds[i].fd) == nullptr) {
+                m_real.push_back(fds[i]);
+                m_index.push_back(i);
+            }
+        }
+    }
+
+    bool empty() const { return m_real.empty(); }
+
+    // ppoll on the real descriptors (no call at all for none and a zero
+    // wait); their results go back into the caller's set when any is ready.
+    int poll(const timespec* wait)
+    {
+        int ready = 0;
+        const bool zeroWait = wait != nullptr && wait->tv_sec == 0 && wait->tv_nsec == 0;
+        if (!m_real.empty() || !zeroWait) {
+            timespec copy = wait != nullptr ? *wait : timespec{};
+            ready = static_cast<int>(syscall(SYS_ppoll, m_real.empty() ? nullptr : m_real.data(), m_real.size(),
+                                             wait != nullptr ? &copy : nullptr, m_mask, _NSIG / 8));
+        }
+        if (ready > 0) {
+            for (std::size_t k = 0; k < m_real.size(); ++k) {
+                m_fds[m_index[k]].revents = m_real[k].revents;
+            }
+        }
+        return ready;
+    }
+
+private:
+    pollfd* m_fds;
+    const sigset_t* m_mask;
+    std::vector<pollfd> m_real;
+    std::vector<nfds_t> m_index;
+};
+
+namespace {
+
+bool validTimeout(const timespec* timeout)
+{
+    return timeout == nullptr || (timeout->tv_sec >= 0 && timeout->tv_nsec >= 0 && timeout->tv_nsec < 1000000000L);
+}
+
+}  // namespace
+
+int Simulator::markSimulated(pollfd* fds, nfds_t count, PollWatch& watch) const
+{
+    int ready = 0;
+    for (nfds_t i = 0; i < count; ++i) {
+        const OpenFile* file = m_files.peek(fds[i].fd);
+        if (file == nullptr) {
+            continue;
+        }
+        if (file->kind == FileKind::kGpioAttribute && file->attribute == GpioAttribute::kValue) {
+            watch.line = file->line;
+            watch.gone = watch.gone || m_gpio.generation(file->line) != file->generation;
+        }
+        fds[i].revents = readiness(*file, fds[i].events);
+        if (fds[i].revents != 0) {
+            ++ready;
+        }
+    }
+    return ready;
+}
+
+std::int64_t Simulator::nextWatchedEdge(const pollfd* fds, nfds_t count) const
+{
+    std::int64_t next = -1;
+    for (nfds_t i = 0; i < count; ++i) {
+        const OpenFile* file = m_files.peek(fds[i].fd);
+        if (file != nullptr && file->line >= 0) {
+            const std::int64_t edge = m_board->nextEdgeTime(file->line);
+            if (edge >= 0 && (next < 0 || edge < next)) {
+                next = edge;
+            }
+        }
+    }
+    return next;
+}
+
+// Another thread, or real descriptors to wait for: the wait is real; the
+// simulated files are looked at again after it.
+Simulator::PollOutcome Simulator::waitReal(pollfd* fds, nfds_t count, RealPollSet& real, const timespec* timeout)
+{
+    const int waited = real.poll(timeout);
+    BoardLock lock(*m_board);
+    if (waited < 0) {
+        return {-1, errno, "error"};
+    }
+    int result = waited;
+    for (nfds_t i = 0; i < count; ++i) {
+        const OpenFile* file = m_files.peek(fds[i].fd);
+        if (file != nullptr) {
+            fds[i].revents = readiness(*file, fds[i].events);
+            result += fds[i].revents != 0 ? 1 : 0;
+        }
+    }
+    return {result, 0, result > 0 ? "edge" : "timeout"};
+}
+
+// Main thread, simulated files only: time moves on to the next scripted edge
+// of a watched line, up to the deadline. False when it moved to an edge and
+// the files are to be looked at again; true with the poll's outcome
+// otherwise.
+bool Simulator::waitVirtual(const pollfd* fds, nfds_t count, std::int64_t deadline, const sigset_t* mask,
+                            PollOutcome& outcome)
+{
+    {
+        BoardLock lock(*m_board);
+        const std::int64_t next = nextWatchedEdge(fds, count);
+        if (next >= 0 && (deadline < 0 || next <= deadline)) {
+            m_board->advanceTo(next);
+            return false;
+        }
+        if (deadline >= 0) {
+            m_board->advanceTo(deadline);
+            outcome = {0, 0, "timeout"};
+            return true;
+        }
+    }
+    // No timeout and nothing will ever happen: block until a signal, as the
+    // real wait would.
+    const int waited = static_cast<int>(syscall(SYS_ppoll, nullptr, 0, nullptr, mask, _NSIG / 8));
+    const int err = waited < 0 ? errno : 0;
+    outcome = {-1, err == 0 ? EINTR : err, "forever"};
+    return true;
+}
+
+void Simulator::tracePoll(const PollWatch& watch, std::int64_t timeoutNs, const char* outcome)
+{
+    Trace& trace = m_board->trace();
+    if (!trace.enabled() || watch.line < 0) {
+        return;
+    }
+    JsonWriter event = Trace::event(m_board->now(), "gpio_poll");
+    event.number("line", watch.line);
+    if (timeoutNs >= 0) {
+        event.number("timeout_ns", timeoutNs);
+    } else {
+        event.null("timeout_ns");
+    }
+    event.string("result", outcome);
+    trace.emit(event);
+}
+
 bool Simulator::poll(pollfd* fds, nfds_t count, const timespec* timeout, const sigset_t* mask, int& result, int& err)
 {
     bool any = false;
@@ -524,150 +666,54 @@ bool Simulator::poll(pollfd* fds, nfds_t count, const timespec* timeout, const s
         return false;
     }
     err = 0;
-    if (timeout != nullptr && (timeout->tv_sec < 0 || timeout->tv_nsec < 0 || timeout->tv_nsec >= 1000000000L)) {
+    if (!validTimeout(timeout)) {
         err = EINVAL;
         result = -1;
         return true;
     }
-
-    // The real descriptors of the set, polled without waiting.
-    std::vector<pollfd> real;
-    std::vector<nfds_t> realIndex;
-    for (nfds_t i = 0; i < count; ++i) {
-        if (m_files.peek(fds[i].fd) == nullptr) {
-            real.push_back(fds[i]);
-            realIndex.push_back(i);
-        }
-    }
-    auto pollReal = [&](const timespec* wait) {
-        int ready = 0;
-        const bool zeroWait = wait != nullptr && wait->tv_sec == 0 && wait->tv_nsec == 0;
-        if (!real.empty() || !zeroWait) {
-            timespec copy = wait != nullptr ? *wait : timespec{};
-            ready = static_cast<int>(syscall(SYS_ppoll, real.empty() ? nullptr : real.data(), real.size(),
-                                             wait != nullptr ? &copy : nullptr, mask, _NSIG / 8));
-        }
-        if (ready > 0) {
-            for (std::size_t k = 0; k < real.size(); ++k) {
-                fds[realIndex[k]].revents = real[k].revents;
-            }
-        }
-        return ready;
-    };
+    RealPollSet real(fds, count, m_files, mask);
     const timespec zero{};
-
-    const bool main = isMainThread();
+    const bool waitIsReal = !isMainThread() || !real.empty();
     const std::int64_t timeoutNs = timeout != nullptr ? toNanoseconds(*timeout) : -1;
-    const char* outcome = "timeout";
-    int watchedLine = -1;
-    bool gone = false;
-
-    m_board->lock();
-    const std::int64_t deadline = timeoutNs >= 0 ? m_board->now() + timeoutNs : -1;
+    std::int64_t deadline = -1;
+    {
+        BoardLock lock(*m_board);
+        deadline = timeoutNs >= 0 ? m_board->now() + timeoutNs : -1;
+    }
+    PollWatch watch;
+    PollOutcome outcome{0, 0, "timeout"};
     for (;;) {
         int ready = 0;
-        for (nfds_t i = 0; i < count; ++i) {
-            const OpenFile* file = m_files.peek(fds[i].fd);
-            if (file == nullptr) {
-                continue;
-            }
-            if (file->kind == FileKind::kGpioAttribute && file->attribute == GpioAttribute::kValue) {
-                watchedLine = file->line;
-                gone = gone || m_gpio.generation(file->line) != file->generation;
-            }
-            fds[i].revents = readiness(*file, fds[i].events);
-            if (fds[i].revents != 0) {
-                ++ready;
-            }
+        {
+            BoardLock lock(*m_board);
+            ready = markSimulated(fds, count, watch);
         }
-        m_board->unlock();
-        const int realReady = pollReal(&zero);
+        const int realReady = real.poll(&zero);
         if (realReady < 0) {
             err = errno;
             result = -1;
             return true;
         }
         ready += realReady;
-        m_board->lock();
         if (ready > 0) {
-            result = ready;
-            outcome = gone ? "gone" : "edge";
+            outcome = {ready, 0, watch.gone ? "gone" : "edge"};
             break;
         }
         if (timeoutNs == 0) {
-            result = 0;
             break;
         }
-        if (!main || !real.empty()) {
-            // Another thread, or real descriptors to wait for: the wait is
-            // real; the simulated files are looked at again after it.
-            m_board->unlock();
-            const int waited = pollReal(timeout);
-            m_board->lock();
-            if (waited < 0) {
-                err = errno;
-                result = -1;
-                outcome = "error";
-                break;
-            }
-            result = waited;
-            for (nfds_t i = 0; i < count; ++i) {
-                const OpenFile* file = m_files.peek(fds[i].fd);
-                if (file != nullptr) {
-                    fds[i].revents = readiness(*file, fds[i].events);
-                    result += fds[i].revents != 0 ? 1 : 0;
-                }
-            }
-            outcome = result > 0 ? "edge" : "timeout";
+        if (waitIsReal) {
+            outcome = waitReal(fds, count, real, timeout);
             break;
         }
-        // Main thread, simulated files only: wait in virtual time for the
-        // next scripted edge of a watched line, up to the deadline.
-        std::int64_t next = -1;
-        for (nfds_t i = 0; i < count; ++i) {
-            const OpenFile* file = m_files.peek(fds[i].fd);
-            if (file != nullptr && file->line >= 0) {
-                const std::int64_t edge = m_board->nextEdgeTime(file->line);
-                if (edge >= 0 && (next < 0 || edge < next)) {
-                    next = edge;
-                }
-            }
-        }
-        if (next >= 0 && (deadline < 0 || next <= deadline)) {
-            m_board->advanceTo(next);
-            continue;
-        }
-        if (deadline >= 0) {
-            m_board->advanceTo(deadline);
-            result = 0;
+        if (waitVirtual(fds, count, deadline, mask, outcome)) {
             break;
         }
-        // No timeout and nothing will ever happen: block until a signal, as
-        // the real wait would.
-        outcome = "forever";
-        m_board->unlock();
-        const int waited = static_cast<int>(syscall(SYS_ppoll, nullptr, 0, nullptr, mask, _NSIG / 8));
-        err = waited < 0 ? errno : 0;
-        m_board->lock();
-        result = -1;
-        if (err == 0) {
-            err = EINTR;
-        }
-        break;
     }
-    Trace& trace = m_board->trace();
-    if (trace.enabled() && watchedLine >= 0) {
-        JsonWriter event = Trace::event(m_board->now(), "gpio_poll");
-        event.number("line", watchedLine);
-        if (timeoutNs >= 0) {
-            event.number("timeout_ns", timeoutNs);
-        } else {
-            event.null("timeout_ns");
-        }
-        event.string("result", outcome);
-        trace.emit(event);
-    }
-    m_board->unlock();
+    BoardLock lock(*m_board);
+    tracePoll(watch, timeoutNs, outcome.name);
+    result = outcome.result;
+    err = outcome.err;
     return true;
 }
 

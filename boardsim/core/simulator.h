@@ -91,6 +91,27 @@ private:
     ssize_t readGpio(OpenFile& file, void* buffer, std::size_t count, int& err);
     ssize_t writeGpio(OpenFile& file, const void* buffer, std::size_t count, int& err);
     short readiness(const OpenFile& file, short events) const;
+
+    // poll(), in steps: the simulated files' readiness, the real wait, the
+    // wait in virtual time, and the trace record.
+    class RealPollSet;
+    // The poll's result and errno, and the outcome the trace names.
+    struct PollOutcome {
+        int result;
+        int err;
+        const char* name;
+    };
+    // The GPIO value file the poll watches, and whether its line went away.
+    struct PollWatch {
+        int line = -1;
+        bool gone = false;
+    };
+    int markSimulated(pollfd* fds, nfds_t count, PollWatch& watch) const;
+    std::int64_t nextWatchedEdge(const pollfd* fds, nfds_t count) const;
+    PollOutcome waitReal(pollfd* fds, nfds_t count, RealPollSet& real, const timespec* timeout);
+    bool waitVirtual(const pollfd* fds, nfds_t count, std::int64_t deadline, const sigset_t* mask,
+                     PollOutcome& outcome);
+    void tracePoll(const PollWatch& watch, std::int64_t timeoutNs, const char* outcome);
     void traceOpen(const char* name, const DevicePath& path, int flags, int result, int err);
 
     std::unique_ptr<Board> m_board;
