@@ -51,9 +51,7 @@ public:
         }
         store("/sys/class/gpio/export", "48");
         store("/sys/class/gpio/gpio48/direction", "out");
-        std::string redirect;
-        int err = 0;
-        m_simulator->open("/dev/spidev0.0", O_RDWR, 0, m_fd, err, redirect);
+        m_fd = m_simulator->open("/dev/spidev0.0", O_RDWR, 0).fd;
         std::uint32_t speed = 10000000;
         ioctl(SPI_IOC_WR_MAX_SPEED_HZ, &speed);
     }
@@ -67,22 +65,16 @@ public:
 
     void store(const char* path, const char* text)
     {
-        int fd = -1;
-        int err = 0;
-        std::string redirect;
-        m_simulator->open(path, O_WRONLY, 0, fd, err, redirect);
-        ssize_t written = 0;
-        m_simulator->write(fd, text, std::strlen(text), written, err);
+        const int fd = m_simulator->open(path, O_WRONLY, 0).fd;
+        m_simulator->write(fd, text, std::strlen(text));
         m_simulator->close(fd);
         ::close(fd);
     }
 
     int ioctl(unsigned long request, void* argument)
     {
-        int result = 0;
-        int err = 0;
-        m_simulator->ioctl(m_fd, request, argument, result, err);
-        return result;
+        const auto served = m_simulator->ioctl(m_fd, request, argument);
+        return served ? served->result : 0;
     }
 
     std::int64_t boardTime() const { return m_run->block().clockNs; }

@@ -279,28 +279,27 @@ Simulator::StatTarget Simulator::statTarget(const char* path, std::string& targe
     }
 }
 
-Simulator::OpenOutcome Simulator::open(const char* path, int flags, mode_t mode, int& result, int& err,
-                                       std::string& redirect)
+Simulator::Opened Simulator::open(const char* path, int flags, mode_t mode)
 {
     (void)mode;  // nothing is ever created at a simulated path
     const DevicePath device = m_paths.classify(path);
     if (device.kind == PathKind::kNone) {
-        return OpenOutcome::kPassThrough;
+        return {OpenOutcome::kPassThrough, -1, 0, std::string()};
     }
     if (device.kind == PathKind::kGpioRedirect) {
-        redirect = m_paths.backing(device);
-        return OpenOutcome::kRedirect;
+        return {OpenOutcome::kRedirect, -1, 0, m_paths.backing(device)};
     }
     BoardLock lock(*m_board);
-    err = 0;
+    int err = 0;
+    int fd = -1;
     if (device.kind == PathKind::kSpidev || device.kind == PathKind::kMelody) {
-        result = openDevice(device, flags, err);
-        traceOpen(device.kind == PathKind::kSpidev ? "spi_open" : "melody_open", device, flags, result, err);
+        fd = openDevice(device, flags, err);
+        traceOpen(device.kind == PathKind::kSpidev ? "spi_open" : "melody_open", device, flags, fd, err);
     } else {
-        result = openGpio(device, flags, err);
-        traceOpen("gpio_open", device, flags, result, err);
+        fd = openGpio(device, flags, err);
+        traceOpen("gpio_open", device, flags, fd, err);
     }
-    return OpenOutcome::kDone;
+    return {OpenOutcome::kDone, fd, err, std::string()};
 }
 
 bool Simulator::close(int fd)
@@ -323,50 +322,57 @@ bool Simulator::close(int fd)
     return true;
 }
 
-template <typename SpidevIo, typename GpioIo>
-bool Simulator::transfer(int fd, int refusedAccess, ssize_t& result, int& err, SpidevIo spidev, GpioIo gpio)
+// Runs serve on the simulated file behind fd under the board lock; nothing
+// when fd is not simulated (or, checked, no longer refers to its file).
+template <typename Serve>
+auto Simulator::onFile(int fd, bool checked, Serve serve) -> decltype(serve(std::declval<OpenFile&>()))
 {
     if (m_files.peek(fd) == nullptr) {
-        return false;
+        return std::nullopt;
     }
     BoardLock lock(*m_board);
-    OpenFile* file = currentChecked(fd);
+    OpenFile* file = checked ? currentChecked(fd) : current(fd);
     if (file == nullptr) {
-        return false;
+        return std::nullopt;
     }
-    err = 0;
-    if (file->access == refusedAccess) {
-        err = EBADF;
-        result = -1;
-        return true;
-    }
-    switch (file->kind) {
-    case FileKind::kSpidev:
-        result = spidev();
-        break;
-    case FileKind::kMelody:
-        err = EINVAL;
-        result = -1;
-        break;
-    default:
-        result = gpio(*file);
-        break;
-    }
-    return true;
+    return serve(*file);
 }
 
-bool Simulator::read(int fd, void* buffer, std::size_t count, ssize_t& result, int& err)
+template <typename SpidevIo, typename GpioIo>
+std::optional<Served<ssize_t>> Simulator::transfer(int fd, int refusedAccess, SpidevIo spidev, GpioIo gpio)
 {
-    return transfer(
-        fd, O_WRONLY, result, err, [&] { return m_bus.read(fd, buffer, count, err); },
-        [&](OpenFile& file) { return readGpio(file, buffer, count, err); });
+    return onFile(fd, true, [&](OpenFile& file) -> std::optional<Served<ssize_t>> {
+        if (file.access == refusedAccess) {
+            return Served<ssize_t>{-1, EBADF};
+        }
+        int err = 0;
+        switch (file.kind) {
+        case FileKind::kSpidev: {
+            const ssize_t result = spidev(err);
+            return Served<ssize_t>{result, err};
+        }
+        case FileKind::kMelody:
+            return Served<ssize_t>{-1, EINVAL};
+        default: {
+            const ssize_t result = gpio(file, err);
+            return Served<ssize_t>{result, err};
+        }
+        }
+    });
 }
 
-bool Simulator::write(int fd, const void* buffer, std::size_t count, ssize_t& result, int& err)
+std::optional<Served<ssize_t>> Simulator::read(int fd, void* buffer, std::size_t count)
 {
     return transfer(
-        fd, O_RDONLY, result, err, [&] { return m_bus.write(fd, buffer, count, err); },
-        [&](OpenFile& file) { return writeGpio(file, buffer, count, err); });
+        fd, O_WRONLY, [&](int& err) { return m_bus.read(fd, buffer, count, err); },
+        [&](OpenFile& file, int& err) { return readGpio(file, buffer, count, err); });
+}
+
+std::optional<Served<ssize_t>> Simulator::write(int fd, const void* buffer, std::size_t count)
+{
+    return transfer(
+        fd, O_RDONLY, [&](int& err) { return m_bus.write(fd, buffer, count, err); },
+        [&](OpenFile& file, int& err) { return writeGpio(file, buffer, count, err); });
 }
 
 ssize_t Simulator::readGpio(OpenFile& file, void* buffer, std::size_t count, int& err)
@@ -426,67 +432,49 @@ ssize_t Simulator::writeGpio(OpenFile& file, const void* buffer, std::size_t cou
     return err == 0 ? static_cast<ssize_t>(count) : -1;
 }
 
-bool Simulator::seek(int fd, off_t offset, int whence, off_t& result, int& err)
+std::optional<Served<off_t>> Simulator::seek(int fd, off_t offset, int whence)
 {
-    if (m_files.peek(fd) == nullptr) {
-        return false;
-    }
-    BoardLock lock(*m_board);
-    OpenFile* file = currentChecked(fd);
-    if (file == nullptr) {
-        return false;
-    }
-    err = 0;
-    result = -1;
-    if (file->kind == FileKind::kSpidev || file->kind == FileKind::kMelody) {
-        err = ESPIPE;
-        return true;
-    }
-    std::int64_t position = -1;
-    if (whence == SEEK_SET) {
-        position = offset;
-    } else if (whence == SEEK_CUR) {
-        position = file->offset + offset;
-    } else if (whence == SEEK_END) {
-        position = kSysfsFileSize + offset;
-    }
-    if (position < 0) {
-        err = EINVAL;
-        return true;
-    }
-    file->offset = position;
-    result = static_cast<off_t>(position);
-    return true;
+    return onFile(fd, true, [&](OpenFile& file) -> std::optional<Served<off_t>> {
+        if (file.kind == FileKind::kSpidev || file.kind == FileKind::kMelody) {
+            return Served<off_t>{-1, ESPIPE};
+        }
+        std::int64_t position = -1;
+        if (whence == SEEK_SET) {
+            position = offset;
+        } else if (whence == SEEK_CUR) {
+            position = file.offset + offset;
+        } else if (whence == SEEK_END) {
+            position = kSysfsFileSize + offset;
+        }
+        if (position < 0) {
+            return Served<off_t>{-1, EINVAL};
+        }
+        file.offset = position;
+        return Served<off_t>{static_cast<off_t>(position), 0};
+    });
 }
 
-bool Simulator::ioctl(int fd, unsigned long request, void* argument, int& result, int& err)
+std::optional<Served<int>> Simulator::ioctl(int fd, unsigned long request, void* argument)
 {
-    if (m_files.peek(fd) == nullptr) {
-        return false;
-    }
-    BoardLock lock(*m_board);
-    OpenFile* file = current(fd);
-    if (file == nullptr) {
-        return false;
-    }
-    bool handled = false;
-    err = 0;
-    if (file->kind == FileKind::kSpidev) {
-        result = m_bus.ioctl(fd, request, argument, err, handled);
-    } else if (file->kind == FileKind::kMelody) {
-        result = m_melody.ioctl(fd, request, argument, err, handled);
-    }
-    if (handled) {
-        return true;
-    }
-    // Requests the VFS answers for every file go to the real descriptor;
-    // anything else is not a request of these devices.
-    if (request == FIOCLEX || request == FIONCLEX || request == FIONBIO || request == FIOASYNC) {
-        return false;
-    }
-    result = -1;
-    err = ENOTTY;
-    return true;
+    return onFile(fd, false, [&](OpenFile& file) -> std::optional<Served<int>> {
+        bool handled = false;
+        int err = 0;
+        int result = 0;
+        if (file.kind == FileKind::kSpidev) {
+            result = m_bus.ioctl(fd, request, argument, err, handled);
+        } else if (file.kind == FileKind::kMelody) {
+            result = m_melody.ioctl(fd, request, argument, err, handled);
+        }
+        if (handled) {
+            return Served<int>{result, err};
+        }
+        // Requests the VFS answers for every file go to the real descriptor;
+        // anything else is not a request of these devices.
+        if (request == FIOCLEX || request == FIONCLEX || request == FIONBIO || request == FIOASYNC) {
+            return std::nullopt;
+        }
+        return Served<int>{-1, ENOTTY};
+    });
 }
 
 bool Simulator::deviceRequest(unsigned long request)
@@ -656,20 +644,17 @@ void Simulator::tracePoll(const PollWatch& watch, std::int64_t timeoutNs, const 
     trace.emit(event);
 }
 
-bool Simulator::poll(pollfd* fds, nfds_t count, const timespec* timeout, const sigset_t* mask, int& result, int& err)
+std::optional<Served<int>> Simulator::poll(pollfd* fds, nfds_t count, const timespec* timeout, const sigset_t* mask)
 {
     bool any = false;
     for (nfds_t i = 0; i < count && !any; ++i) {
         any = m_files.peek(fds[i].fd) != nullptr;
     }
     if (!any) {
-        return false;
+        return std::nullopt;
     }
-    err = 0;
     if (!validTimeout(timeout)) {
-        err = EINVAL;
-        result = -1;
-        return true;
+        return Served<int>{-1, EINVAL};
     }
     RealPollSet real(fds, count, m_files, mask);
     const timespec zero{};
@@ -690,9 +675,7 @@ bool Simulator::poll(pollfd* fds, nfds_t count, const timespec* timeout, const s
         }
         const int realReady = real.poll(&zero);
         if (realReady < 0) {
-            err = errno;
-            result = -1;
-            return true;
+            return Served<int>{-1, errno};
         }
         ready += realReady;
         if (ready > 0) {
@@ -712,9 +695,7 @@ bool Simulator::poll(pollfd* fds, nfds_t count, const timespec* timeout, const s
     }
     BoardLock lock(*m_board);
     tracePoll(watch, timeoutNs, outcome.name);
-    result = outcome.result;
-    err = outcome.err;
-    return true;
+    return Served<int>{outcome.result, outcome.err};
 }
 
 bool Simulator::sleep(std::int64_t ns, const char* call)

@@ -25,7 +25,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
+#include <utility>
 
 using boardsim::Simulator;
 
@@ -83,6 +85,13 @@ Result failWith(int err, Result value)
     return value;
 }
 
+// What the program sees of a call the simulator served.
+template <typename Result>
+Result returned(const boardsim::Served<Result>& served)
+{
+    return served.result < 0 ? failWith(served.err, served.result) : served.result;
+}
+
 // The path that dirfd + path name, when path is relative to a folder
 // descriptor; path itself otherwise.
 std::string pathAt(int dirfd, const char* path)
@@ -108,14 +117,14 @@ bool openSimulated(int dirfd, const char* path, int flags, mode_t mode, int& res
         return false;
     }
     const std::string full = pathAt(dirfd, path);
-    int err = 0;
-    switch (simulator().open(full.c_str(), flags, mode, result, err, redirect)) {
+    Simulator::Opened opened = simulator().open(full.c_str(), flags, mode);
+    switch (opened.outcome) {
     case Simulator::OpenOutcome::kDone:
-        if (result < 0) {
-            errno = err;
-        }
+        result = opened.fd < 0 ? failWith(opened.err, opened.fd) : opened.fd;
         return true;
     case Simulator::OpenOutcome::kRedirect:
+        redirect = std::move(opened.redirect);
+        break;
     case Simulator::OpenOutcome::kPassThrough:
         break;
     }
@@ -221,12 +230,10 @@ bool deliverPending(FILE* stream)
     if (pending == 0) {
         return true;
     }
-    ssize_t result = 0;
-    int err = 0;
-    const bool handled = simulator().write(fd, stream->_IO_write_base, pending, result, err);
+    const auto served = simulator().write(fd, stream->_IO_write_base, pending);
     stream->_IO_write_ptr = stream->_IO_write_base;
-    if (handled && result < 0) {
-        errno = err;
+    if (served && served->result < 0) {
+        errno = served->err;
         return false;
     }
     return true;
@@ -294,13 +301,9 @@ int statAny(int dirfd, const char* path, Stat* buffer, Real real)
 
 int pollAny(pollfd* fds, nfds_t count, const timespec* timeout, const sigset_t* mask, bool& handled)
 {
-    int result = 0;
-    int err = 0;
-    handled = simulator().poll(fds, count, timeout, mask, result, err);
-    if (handled && result < 0) {
-        errno = err;
-    }
-    return result;
+    const auto served = simulator().poll(fds, count, timeout, mask);
+    handled = served.has_value();
+    return served ? returned(*served) : 0;
 }
 
 // freopen closes the stream's old descriptor inside the C library, where no
@@ -629,12 +632,8 @@ int dup3(int fd, int target, int flags) noexcept
 
 ssize_t read(int fd, void* buffer, size_t count)
 {
-    ssize_t result = 0;
-    int err = 0;
-    if (simulator().simulated(fd) && simulator().read(fd, buffer, count, result, err)) {
-        return result < 0 ? failWith(err, result) : result;
-    }
-    return BOARDSIM_REAL(read)(fd, buffer, count);
+    const auto served = simulator().simulated(fd) ? simulator().read(fd, buffer, count) : std::nullopt;
+    return served ? returned(*served) : BOARDSIM_REAL(read)(fd, buffer, count);
 }
 
 ssize_t __read_chk(int fd, void* buffer, size_t count, size_t size);
@@ -648,32 +647,21 @@ ssize_t __read_chk(int fd, void* buffer, size_t count, size_t size)
 
 ssize_t write(int fd, const void* buffer, size_t count)
 {
-    ssize_t result = 0;
-    int err = 0;
-    if (simulator().simulated(fd) && simulator().write(fd, buffer, count, result, err)) {
-        return result < 0 ? failWith(err, result) : result;
-    }
-    return BOARDSIM_REAL(write)(fd, buffer, count);
+    const auto served = simulator().simulated(fd) ? simulator().write(fd, buffer, count) : std::nullopt;
+    return served ? returned(*served) : BOARDSIM_REAL(write)(fd, buffer, count);
 }
 
 off_t lseek(int fd, off_t offset, int whence) noexcept
 {
-    off_t result = 0;
-    int err = 0;
-    if (simulator().simulated(fd) && simulator().seek(fd, offset, whence, result, err)) {
-        return result < 0 ? failWith(err, result) : result;
-    }
-    return BOARDSIM_REAL(lseek)(fd, offset, whence);
+    const auto served = simulator().simulated(fd) ? simulator().seek(fd, offset, whence) : std::nullopt;
+    return served ? returned(*served) : BOARDSIM_REAL(lseek)(fd, offset, whence);
 }
 
 off64_t lseek64(int fd, off64_t offset, int whence) noexcept
 {
-    off_t result = 0;
-    int err = 0;
-    if (simulator().simulated(fd) && simulator().seek(fd, static_cast<off_t>(offset), whence, result, err)) {
-        return result < 0 ? failWith(err, static_cast<off64_t>(result)) : result;
-    }
-    return BOARDSIM_REAL(lseek64)(fd, offset, whence);
+    const auto served =
+        simulator().simulated(fd) ? simulator().seek(fd, static_cast<off_t>(offset), whence) : std::nullopt;
+    return served ? returned(*served) : BOARDSIM_REAL(lseek64)(fd, offset, whence);
 }
 
 int ioctl(int fd, unsigned long request, ...) noexcept
@@ -682,10 +670,9 @@ int ioctl(int fd, unsigned long request, ...) noexcept
     va_start(arguments, request);
     void* argument = va_arg(arguments, void*);
     va_end(arguments);
-    int result = 0;
-    int err = 0;
-    if (simulator().simulated(fd) && simulator().ioctl(fd, request, argument, result, err)) {
-        return result < 0 ? failWith(err, result) : result;
+    const auto served = simulator().simulated(fd) ? simulator().ioctl(fd, request, argument) : std::nullopt;
+    if (served) {
+        return returned(*served);
     }
     // The kernel answers EBADF for any ioctl on a descriptor that is not
     // open. Emulators of other architectures do not always (qemu-user says

@@ -32,14 +32,13 @@ protected:
         pollfd watched{fd, POLLPRI, 0};
         const timespec timeout{static_cast<time_t>(timeoutNs / 1000000000LL),
                                static_cast<long>(timeoutNs % 1000000000LL)};
-        int result = 0;
-        int err = 0;
-        EXPECT_TRUE(sim().poll(&watched, 1, &timeout, nullptr, result, err));
+        const auto served = sim().poll(&watched, 1, &timeout, nullptr);
+        EXPECT_TRUE(served);
         if (revents != nullptr) {
             *revents = watched.revents;
         }
         close(fd);
-        return result;
+        return served ? served->result : 0;
     }
 };
 
@@ -136,9 +135,7 @@ TEST_F(GpioTest, ReadsAndSeeksWorkOnTheShownText)
     EXPECT_EQ(readText(fd), "");
     // Writes go to the attribute whatever the position, as sysfs stores do.
     EXPECT_EQ(writeText(fd, "out"), 3);
-    off_t position = 0;
-    int err = 0;
-    ASSERT_TRUE(sim().seek(fd, 0, SEEK_SET, position, err));
+    ASSERT_TRUE(sim().seek(fd, 0, SEEK_SET));
     EXPECT_EQ(readText(fd), "out\n");
     close(fd);
 }
