@@ -322,10 +322,42 @@ FILE* freopenAny(FILE* stream, Real real)
     return result;
 }
 
+// access and faccessat share this; real(dirfd, path) makes the real call.
+template <typename Real>
+int accessAny(int dirfd, const char* path, int mode, Real real)
+{
+    std::string target;
+    struct stat info {};
+    switch (statAnswer(dirfd, path, target, info)) {
+    case StatAnswer::kRedirect:
+        return real(AT_FDCWD, target.c_str());
+    case StatAnswer::kDevice:
+        return (mode & X_OK) != 0 ? failWith(EACCES, -1) : 0;
+    case StatAnswer::kAbsent:
+        return failWith(ENOENT, -1);
+    case StatAnswer::kPass:
+        break;
+    }
+    return real(dirfd, path);
+}
+
 }  // namespace
 }  // namespace boardsim
 
 using namespace boardsim;
+
+// The mode argument of open, open64, openat and openat64, which is there
+// only when the flags create a file. va_start must run in the variadic
+// function itself, hence a macro.
+#define BOARDSIM_READ_MODE(flags, mode)                                                                                \
+    do {                                                                                                               \
+        if (needsMode(flags)) {                                                                                        \
+            va_list arguments;                                                                                         \
+            va_start(arguments, flags);                                                                                \
+            (mode) = va_arg(arguments, mode_t);                                                                        \
+            va_end(arguments);                                                                                         \
+        }                                                                                                              \
+    } while (false)
 
 // The interposed functions are the library's only exported symbols.
 #pragma GCC visibility push(default)
@@ -334,48 +366,28 @@ extern "C" {
 int open(const char* path, int flags, ...)
 {
     mode_t mode = 0;
-    if (needsMode(flags)) {
-        va_list arguments;
-        va_start(arguments, flags);
-        mode = va_arg(arguments, mode_t);
-        va_end(arguments);
-    }
+    BOARDSIM_READ_MODE(flags, mode);
     return openAny(AT_FDCWD, path, flags, mode, [&] { return BOARDSIM_REAL(open)(path, flags, mode); });
 }
 
 int open64(const char* path, int flags, ...)
 {
     mode_t mode = 0;
-    if (needsMode(flags)) {
-        va_list arguments;
-        va_start(arguments, flags);
-        mode = va_arg(arguments, mode_t);
-        va_end(arguments);
-    }
+    BOARDSIM_READ_MODE(flags, mode);
     return openAny(AT_FDCWD, path, flags, mode, [&] { return BOARDSIM_REAL(open64)(path, flags, mode); });
 }
 
 int openat(int dirfd, const char* path, int flags, ...)
 {
     mode_t mode = 0;
-    if (needsMode(flags)) {
-        va_list arguments;
-        va_start(arguments, flags);
-        mode = va_arg(arguments, mode_t);
-        va_end(arguments);
-    }
+    BOARDSIM_READ_MODE(flags, mode);
     return openAny(dirfd, path, flags, mode, [&] { return BOARDSIM_REAL(openat)(dirfd, path, flags, mode); });
 }
 
 int openat64(int dirfd, const char* path, int flags, ...)
 {
     mode_t mode = 0;
-    if (needsMode(flags)) {
-        va_list arguments;
-        va_start(arguments, flags);
-        mode = va_arg(arguments, mode_t);
-        va_end(arguments);
-    }
+    BOARDSIM_READ_MODE(flags, mode);
     return openAny(dirfd, path, flags, mode, [&] { return BOARDSIM_REAL(openat64)(dirfd, path, flags, mode); });
 }
 
@@ -530,36 +542,13 @@ int statx(int dirfd, const char* path, int flags, unsigned int mask, struct stat
 
 int access(const char* path, int mode) noexcept
 {
-    std::string target;
-    struct stat info {};
-    switch (statAnswer(AT_FDCWD, path, target, info)) {
-    case StatAnswer::kRedirect:
-        return BOARDSIM_REAL(access)(target.c_str(), mode);
-    case StatAnswer::kDevice:
-        return (mode & X_OK) != 0 ? failWith(EACCES, -1) : 0;
-    case StatAnswer::kAbsent:
-        return failWith(ENOENT, -1);
-    case StatAnswer::kPass:
-        break;
-    }
-    return BOARDSIM_REAL(access)(path, mode);
+    return accessAny(AT_FDCWD, path, mode, [&](int, const char* name) { return BOARDSIM_REAL(access)(name, mode); });
 }
 
 int faccessat(int dirfd, const char* path, int mode, int flags) noexcept
 {
-    std::string target;
-    struct stat info {};
-    switch (statAnswer(dirfd, path, target, info)) {
-    case StatAnswer::kRedirect:
-        return BOARDSIM_REAL(faccessat)(AT_FDCWD, target.c_str(), mode, flags);
-    case StatAnswer::kDevice:
-        return (mode & X_OK) != 0 ? failWith(EACCES, -1) : 0;
-    case StatAnswer::kAbsent:
-        return failWith(ENOENT, -1);
-    case StatAnswer::kPass:
-        break;
-    }
-    return BOARDSIM_REAL(faccessat)(dirfd, path, mode, flags);
+    return accessAny(dirfd, path, mode,
+                     [&](int folder, const char* name) { return BOARDSIM_REAL(faccessat)(folder, name, mode, flags); });
 }
 
 int close(int fd)
