@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The simulator's --fault specifications, several in a row as the launcher
+// The simulator's --fault option texts, several in a row as the launcher
 // takes them (one a line here), into one fault set.
 #include "FuzzInput.h"
 #include "run_config.h"

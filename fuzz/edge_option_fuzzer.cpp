@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The simulator's --edge specification: a valid edge names a line the board
+// The simulator's --edge option text: a valid edge names a line the board
 // has, a level of 0 or 1 and a time that is not negative.
 #include "FuzzInput.h"
 #include "run_config.h"
