@@ -244,7 +244,7 @@ int Simulator::openGpio(const DevicePath& path, int flags, int& err)
 bool Simulator::redirect(const char* path, std::string& target) const
 {
     const DevicePath device = m_paths.classify(path);
-    if (device.kind != PathKind::kGpioRedirect) {
+    if (device.kind != PathKind::kGpioRedirect && device.kind != PathKind::kLockRedirect) {
         return false;
     }
     target = m_paths.backing(device);
@@ -286,7 +286,7 @@ Simulator::Opened Simulator::open(const char* path, int flags, mode_t mode)
     if (device.kind == PathKind::kNone) {
         return {OpenOutcome::kPassThrough, -1, 0, std::string()};
     }
-    if (device.kind == PathKind::kGpioRedirect) {
+    if (device.kind == PathKind::kGpioRedirect || device.kind == PathKind::kLockRedirect) {
         return {OpenOutcome::kRedirect, -1, 0, m_paths.backing(device)};
     }
     BoardLock lock(*m_board);
