@@ -7,6 +7,8 @@
 // the summary. Each SimulatedBoard is a fresh temporary folder holding a
 // persistent board state, so consecutive runs see the same flash.
 
+#include "hal/DspFlashArea.h"
+
 #include <QJsonArray>
 #include <QJsonObject>
 
@@ -21,7 +23,7 @@ using Bytes = std::vector<std::uint8_t>;
 
 // Capacity of the simulated chip and the tool's firmware area.
 constexpr std::size_t FLASH_CAPACITY = 2 * 1024 * 1024;
-constexpr std::size_t FIRMWARE_AREA = 512 * 256;
+constexpr std::size_t FIRMWARE_AREA = static_cast<std::size_t>(hal::DSP_FLASH_AREA_BYTES);
 
 struct RunSettings {
     // Extra simulator options, e.g. {"--fault", "msg:3:EIO"}.

@@ -2,6 +2,7 @@
 #include "hal/FileNameBytes.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -145,6 +146,14 @@ bool openFileByName(QFile& file, const QString& name, QIODevice::OpenMode mode)
     const QByteArray bytes = fileNameToBytes(name);
     const int fd = ::open(bytes.constData(), flags | O_CLOEXEC, 0666);
     if (fd < 0) {
+        return false;
+    }
+    // Opening a folder for reading succeeds at the system level; QFile
+    // refuses it, and so does this.
+    struct stat status {};
+    if (::fstat(fd, &status) == 0 && S_ISDIR(status.st_mode)) {
+        ::close(fd);
+        errno = EISDIR;
         return false;
     }
     if (!file.open(fd, mode, QFileDevice::AutoCloseHandle)) {

@@ -26,7 +26,7 @@ QByteArray fileNameToBytes(const QString& name);
 // the flags QFile uses: ReadOnly opens for reading, WriteOnly creates or
 // truncates (mode 0666 less the umask). The descriptor is close-on-exec and
 // closed with the file. One attempt: a signal that interrupts the open makes
-// it fail. Other modes are refused. False on failure, with errno set.
+// it fail. Folders and other modes are refused. False on failure, with errno set.
 bool openFileByName(QFile& file, const QString& name, QIODevice::OpenMode mode);
 
 }  // namespace hal
