@@ -4,14 +4,15 @@
 // An image (or backup) file as the user named it, checked and loaded before
 // anything touches the hardware.
 
+#include "hal/DspFlashArea.h"
+
 #include <QByteArray>
 
 #include <string>
 
 namespace update {
 
-// The DSP firmware area of the flash: 512 pages of 256 bytes.
-constexpr int kFirmwareAreaBytes = 512 * 256;
+constexpr int kFirmwareAreaBytes = static_cast<int>(hal::DSP_FLASH_AREA_BYTES);
 
 struct LoadedImage {
     bool accepted = false;

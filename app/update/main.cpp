@@ -14,11 +14,12 @@
 #include "UpdateTransaction.h"
 
 #include "DeviceLock.h"
+#include "DspLineGuard.h"
 #include "TerminationSignals.h"
 
+#include "hal/HwAbstractionLayer.h"
 #include "hal/vosta/Merivak.h"
 
-#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <iostream>
@@ -52,13 +53,6 @@ CommandLine parse(int argc, char* argv[])
     return line;
 }
 
-// The device the flash driver will open, as it chooses it.
-std::string spiDevice()
-{
-    const char* configured = std::getenv("SPI_BUS_DEVICE");
-    return configured != nullptr ? configured : merivak::Merivak::SPI_BUS_DEVICE_NAME;
-}
-
 int run(int argc, char* argv[])
 {
     // Signals only get recorded: the transaction decides when it can stop.
@@ -78,15 +72,17 @@ int run(int argc, char* argv[])
         return update::kImageRefused;
     }
 
-    const frontend::DeviceLock lock(spiDevice());
+    // One run per SPI device, as for merivak. Where no lock can be made (no
+    // lock folder, no rights) the update goes on unprotected, as merivak
+    // does: a board without /run/lock must still be updatable.
+    const frontend::DeviceLock lock(merivak::Merivak::spiDevicePath());
     if (lock.state() == frontend::DeviceLock::State::kBusy) {
         update::reportFailure("the DSP flash is in use by process " + std::to_string(lock.holderPid()) +
                               "; nothing done");
         return update::kLocked;
     }
-    if (lock.state() != frontend::DeviceLock::State::kAcquired) {
-        update::reportFailure("cannot lock the DSP flash: " + lock.reason());
-        return update::kFailedUntouched;
+    if (lock.state() == frontend::DeviceLock::State::kUnavailable) {
+        std::cerr << kProgramName << ": going on without the device lock: " << lock.reason() << std::endl;
     }
 
     const update::StagingFolder staging;
@@ -94,6 +90,10 @@ int run(int argc, char* argv[])
         update::reportFailure(staging.creationError());
         return update::kFailedUntouched;
     }
+    // Should an exception (out of memory) leave a flash operation, the DSP
+    // gets its flash back.
+    hal::HwAbstractionLayer& hardware = *hal::HwAbstractionLayer::getInstance();
+    const frontend::DspLineGuard releaseDspOnException(hardware);
     update::UpdateTransaction transaction(staging, frontend::receivedTerminationSignal);
     return line.install ? transaction.install(image.bytes, line.backup) : transaction.restore(image.bytes);
 }
