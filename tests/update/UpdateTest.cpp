@@ -10,7 +10,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <QJsonDocument>
+
+#include <signal.h>
+
 #include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <thread>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -364,6 +371,51 @@ TEST_F(Update, RestoreWritesTheBackupBack)
     EXPECT_EQ(area(), m_old);
     EXPECT_EQ(run.plainOutLines(), (std::vector<std::string>{"erased", "programmed", "verified",
                                                              "restored: the flash holds the backup", kWaiting}));
+}
+
+// A termination signal after the erase began must not leave the flash erased
+// or half programmed: the update runs to its verified end, then the program
+// exits with 128 + the signal. The test sends SIGTERM as soon as the trace
+// shows the chip erase; the erase wait, programming and verify that follow
+// take far longer than that, even on a loaded machine.
+TEST_F(Update, SignalAfterTheEraseFinishesTheUpdateFirst)
+{
+    const std::string tracePath = m_board.path("trace.jsonl");
+    std::remove(tracePath.c_str());
+    RunResult run;
+    std::thread runner([&] { run = install(); });
+
+    pid_t pid = 0;
+    bool erased = false;
+    std::ifstream trace;
+    std::string line;
+    for (int polls = 0; polls < 60000 && !erased; ++polls) {
+        if (!trace.is_open()) {
+            trace.open(tracePath);
+        }
+        while (trace.is_open() && std::getline(trace, line)) {
+            if (line.find("\"process_start\"") != std::string::npos &&
+                line.find("merivak-update") != std::string::npos) {
+                const QJsonObject event = QJsonDocument::fromJson(QByteArray::fromStdString(line)).object();
+                pid = static_cast<pid_t>(integer(event.value(QStringLiteral("pid"))));
+            }
+            erased = erased || line.find("\"name\":\"CE\"") != std::string::npos;
+        }
+        trace.clear();
+        if (!erased) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    }
+    ASSERT_TRUE(erased && pid > 0) << "no chip erase in the trace";
+    ASSERT_EQ(::kill(pid, SIGTERM), 0);
+    runner.join();
+
+    EXPECT_EQ(run.status, 128 + SIGTERM) << run.describe();
+    EXPECT_EQ(area(), m_new) << "the update ran to its end";
+    const std::vector<std::string> out = run.plainOutLines();
+    EXPECT_EQ(out.back(), "verified") << "no DSP start pause once a signal asked to stop";
+    EXPECT_EQ(dspStartPauses(run), 0U);
+    EXPECT_NE(run.err.find("interrupted by SIGTERM"), std::string::npos) << run.err;
 }
 
 TEST_F(Update, SecondRunOnTheSameFlashIsRefusedUntouched)
