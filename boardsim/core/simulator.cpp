@@ -253,7 +253,7 @@ int Simulator::openGpio(const DevicePath& path, int flags, int& err)
 bool Simulator::redirect(const char* path, std::string& target) const
 {
     const DevicePath device = m_paths.classify(path);
-    if (device.kind != PathKind::kGpioRedirect) {
+    if (device.kind != PathKind::kGpioRedirect && device.kind != PathKind::kLockRedirect) {
         return false;
     }
     target = m_paths.backing(device);
@@ -296,7 +296,7 @@ Simulator::OpenOutcome Simulator::open(const char* path, int flags, mode_t mode,
     if (device.kind == PathKind::kNone) {
         return OpenOutcome::kPassThrough;
     }
-    if (device.kind == PathKind::kGpioRedirect) {
+    if (device.kind == PathKind::kGpioRedirect || device.kind == PathKind::kLockRedirect) {
         redirect = m_paths.backing(device);
         return OpenOutcome::kRedirect;
     }

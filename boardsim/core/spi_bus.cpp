@@ -4,6 +4,8 @@
 #include "errno_names.h"
 
 #include <linux/ioctl.h>
+#include <signal.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <climits>
@@ -101,6 +103,7 @@ int SpiBus::ioctl(int fd, unsigned long request, void* argument, int& err, bool&
     }
     Counters& counters = m_board.run().counters;
     const std::int64_t index = static_cast<std::int64_t>(++counters.ioctlMessages);
+    injectSignal(index);
     const std::uint32_t size = _IOC_SIZE(request);
     if (size % sizeof(spi_ioc_transfer) != 0) {
         err = EINVAL;
@@ -400,6 +403,24 @@ int SpiBus::message(int fd, const spi_ioc_transfer* records, unsigned count, con
     m_board.advanceTo(start + busNs);
     counters.bytes += total;
     return static_cast<int>(total);
+}
+
+void SpiBus::injectSignal(std::int64_t index)
+{
+    const SignalInjection& injection = m_board.config().signalInjection;
+    if (injection.signal == 0 || static_cast<std::uint64_t>(index) != injection.atMessage) {
+        return;
+    }
+    Trace& trace = m_board.trace();
+    if (trace.enabled()) {
+        JsonWriter event = Trace::event(m_board.now(), "signal");
+        event.number("signal", injection.signal).number("index", index);
+        trace.emit(event);
+    }
+    // Process-directed, like a kill from outside. The program's handler runs
+    // as this call returns, before the message goes on the bus; a handler
+    // must not call back into the board (it would wait for the board lock).
+    ::kill(::getpid(), injection.signal);
 }
 
 void SpiBus::traceMessage(int fd, const spi_ioc_transfer* records, unsigned count, const char* via, std::int64_t index,

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "run_config.h"
 
+#include "signal_injection.h"
+
 #include "chip_profiles.h"
 #include "errno_names.h"
 #include "path_text.h"
@@ -298,7 +300,8 @@ bool buildRunConfig(const Options& options, const std::string& stateDir, const s
     // Stable, so edges at the same time keep the order they were given in.
     std::stable_sort(config.edges, config.edges + config.edgeCount,
                      [](const EdgeEvent& a, const EdgeEvent& b) { return a.timeNs < b.timeNs; });
-    return true;
+    config.signalInjection = SignalInjection{0, 0};
+    return options.signal.empty() || parseSignalInjection(options.signal, config.signalInjection, error);
 }
 
 }  // namespace boardsim

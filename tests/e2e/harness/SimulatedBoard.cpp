@@ -6,6 +6,7 @@
 #include <QJsonValue>
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -70,9 +71,9 @@ std::string recordMessage(const std::string& line)
     return at == std::string::npos ? std::string() : line.substr(at + marker.size());
 }
 
-// Runs argv with env, stdout/stderr to files, in folder; returns the wait status.
-int spawn(const std::vector<std::string>& argv, const std::vector<std::string>& env, const std::string& folder,
-          const std::string& outPath, const std::string& errPath)
+// Starts argv with env, stdout/stderr to files, in folder; returns its pid.
+pid_t spawn(const std::vector<std::string>& argv, const std::vector<std::string>& env, const std::string& folder,
+            const std::string& outPath, const std::string& errPath)
 {
     std::vector<char*> args;
     for (const std::string& a : argv) {
@@ -100,6 +101,12 @@ int spawn(const std::vector<std::string>& argv, const std::vector<std::string>& 
         ::execve(args[0], args.data(), envp.data());
         ::_exit(127);
     }
+    return pid;
+}
+
+// Waits for pid; returns its wait status.
+int waitFor(pid_t pid)
+{
     int waitStatus = 0;
     while (::waitpid(pid, &waitStatus, 0) < 0) {
         if (errno != EINTR) {
@@ -271,14 +278,38 @@ SimulatedBoard::~SimulatedBoard()
 
 RunResult SimulatedBoard::run(const std::vector<std::string>& command, const RunSettings& settings) const
 {
-    const std::string tracePath = m_folder + "/trace.jsonl";
-    const std::string summaryPath = m_folder + "/summary.json";
-    const std::string outPath = m_folder + "/stdout.txt";
-    const std::string errPath = m_folder + "/stderr.txt";
+    return start(command, settings, "").finish();
+}
+
+RunningProgram SimulatedBoard::start(const std::vector<std::string>& command, const RunSettings& settings) const
+{
+    return start(command, settings, "-" + std::to_string(++m_started));
+}
+
+RunningProgram SimulatedBoard::startMerivak(const std::vector<std::string>& arguments,
+                                            const RunSettings& settings) const
+{
+    std::vector<std::string> command = {MERIVAK_BINARY};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return start(command, settings);
+}
+
+RunningProgram SimulatedBoard::start(const std::vector<std::string>& command, const RunSettings& settings,
+                                     const std::string& suffix) const
+{
+    RunningProgram program;
+    program.m_tracePath = m_folder + "/trace" + suffix + ".jsonl";
+    program.m_summaryPath = m_folder + "/summary" + suffix + ".json";
+    program.m_outPath = m_folder + "/stdout" + suffix + ".txt";
+    program.m_errPath = m_folder + "/stderr" + suffix + ".txt";
+    program.m_logFolder = suffix.empty() ? m_logFolder : m_logFolder + suffix;
+    const std::string& tracePath = program.m_tracePath;
+    const std::string& summaryPath = program.m_summaryPath;
 
     // Each run gets a log of its own.
     std::error_code ignored;
-    for (const auto& entry : fs::directory_iterator(m_logFolder, ignored)) {
+    fs::create_directory(program.m_logFolder, ignored);
+    for (const auto& entry : fs::directory_iterator(program.m_logFolder, ignored)) {
         fs::remove_all(entry.path(), ignored);
     }
     fs::remove(tracePath, ignored);
@@ -290,21 +321,59 @@ RunResult SimulatedBoard::run(const std::vector<std::string>& command, const Run
     argv.push_back("--");
     argv.insert(argv.end(), command.begin(), command.end());
 
-    const int waitStatus = spawn(argv, commandEnvironment(m_logFolder, settings), m_folder, outPath, errPath);
+    program.m_pid =
+        spawn(argv, commandEnvironment(program.m_logFolder, settings), m_folder, program.m_outPath, program.m_errPath);
+    return program;
+}
+
+// ---- RunningProgram ----------------------------------------------------------
+
+RunningProgram::RunningProgram(RunningProgram&& other) noexcept
+    : m_pid(std::exchange(other.m_pid, -1)), m_tracePath(std::move(other.m_tracePath)),
+      m_summaryPath(std::move(other.m_summaryPath)), m_outPath(std::move(other.m_outPath)),
+      m_errPath(std::move(other.m_errPath)), m_logFolder(std::move(other.m_logFolder))
+{
+}
+
+RunningProgram::~RunningProgram()
+{
+    // A test that failed before finish() must not leave the run behind.
+    if (m_pid > 0) {
+        ::kill(m_pid, SIGKILL);
+        waitFor(m_pid);
+    }
+}
+
+std::vector<QJsonObject> RunningProgram::traceSoFar() const
+{
+    std::vector<QJsonObject> events;
+    for (const std::string& line : splitLines(readText(m_tracePath))) {
+        const QJsonDocument event = QJsonDocument::fromJson(QByteArray::fromStdString(line));
+        if (event.isObject()) {
+            events.push_back(event.object());
+        }
+    }
+    return events;
+}
+
+RunResult RunningProgram::finish()
+{
+    const int waitStatus = waitFor(std::exchange(m_pid, -1));
 
     RunResult result;
     result.status = WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : 128 + WTERMSIG(waitStatus);
-    result.out = readText(outPath);
-    result.err = readText(errPath);
+    result.out = readText(m_outPath);
+    result.err = readText(m_errPath);
+    std::error_code ignored;
     for (const auto& entry : fs::directory_iterator(m_logFolder, ignored)) {
         result.log += readText(entry.path().string());
     }
-    for (const std::string& line : splitLines(readText(tracePath))) {
+    for (const std::string& line : splitLines(readText(m_tracePath))) {
         if (!line.empty()) {
             result.trace.push_back(QJsonDocument::fromJson(QByteArray::fromStdString(line)).object());
         }
     }
-    result.summary = QJsonDocument::fromJson(QByteArray::fromStdString(readText(summaryPath))).object();
+    result.summary = QJsonDocument::fromJson(QByteArray::fromStdString(readText(m_summaryPath))).object();
     return result;
 }
 

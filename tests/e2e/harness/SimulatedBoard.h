@@ -12,6 +12,8 @@
 #include <QJsonArray>
 #include <QJsonObject>
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -65,6 +67,35 @@ public:
     std::string describe() const;
 };
 
+// A program started on a simulated board and not yet waited for.
+class RunningProgram {
+public:
+    RunningProgram(RunningProgram&& other) noexcept;
+    RunningProgram& operator=(RunningProgram&&) = delete;
+    // Kills the run if finish() was not called.
+    ~RunningProgram();
+
+    // The simulator's launcher, which passes SIGINT, SIGTERM, SIGHUP and
+    // SIGQUIT on to the program.
+    pid_t pid() const { return m_pid; }
+    // The trace events written so far (for waiting until the program got
+    // somewhere).
+    std::vector<QJsonObject> traceSoFar() const;
+    // Waits for the end of the run and collects it.
+    RunResult finish();
+
+private:
+    friend class SimulatedBoard;
+    RunningProgram() = default;
+
+    pid_t m_pid = -1;
+    std::string m_tracePath;
+    std::string m_summaryPath;
+    std::string m_outPath;
+    std::string m_errPath;
+    std::string m_logFolder;
+};
+
 class SimulatedBoard {
 public:
     SimulatedBoard();
@@ -81,6 +112,11 @@ public:
     RunResult run(const std::vector<std::string>& command, const RunSettings& settings = {}) const;
     // Runs the merivak binary with the given arguments.
     RunResult merivak(const std::vector<std::string>& arguments, const RunSettings& settings = {}) const;
+    // Like run() and merivak(), but returns at once; each started run has
+    // its own trace, summary, output and log files, so several can run at
+    // the same time.
+    RunningProgram start(const std::vector<std::string>& command, const RunSettings& settings = {}) const;
+    RunningProgram startMerivak(const std::vector<std::string>& arguments, const RunSettings& settings = {}) const;
 
     // The flash content (after at least one run made the state folder).
     Bytes flash() const;
@@ -90,9 +126,13 @@ public:
     void prepare() const;
 
 private:
+    RunningProgram start(const std::vector<std::string>& command, const RunSettings& settings,
+                         const std::string& suffix) const;
+
     std::string m_folder;
     std::string m_stateFolder;
     std::string m_logFolder;
+    mutable int m_started = 0;
 };
 
 // File helpers.
