@@ -10,8 +10,6 @@
 
 #include "E2eSupport.h"
 
-#include "DeviceLock.h"
-
 #include <unistd.h>
 
 #include <cstdlib>
@@ -74,15 +72,13 @@ protected:
             fs::remove(kModule, ignored);
             fs::remove(kArtifactInfo, ignored);
             fs::remove_all(kData, ignored);
-            fs::remove("/run/lock/" + frontend::DeviceLock::lockFileName(device()), ignored);
         }
     }
 
     // The command the module runs: merivak-update on this test's board.
     std::string updateCommand(const std::string& fault = "") const
     {
-        std::string command =
-            std::string(BOARDSIM_BINARY) + " --quiet --state " + m_board.stateFolder() + " --spidev " + device();
+        std::string command = std::string(BOARDSIM_BINARY) + " --quiet --state " + m_board.stateFolder();
         if (!fault.empty()) {
             command += " --fault " + fault;
         }
@@ -91,8 +87,8 @@ protected:
 
     int mender(const std::string& arguments, const std::string& command) const
     {
-        return shell("MERIVAK_UPDATE='" + command + "' SPI_BUS_DEVICE=" + device() +
-                     " LOG4CPLUS_FILE_DIR=" + m_board.folder() + " /usr/bin/mender --no-syslog " + arguments);
+        return shell("MERIVAK_UPDATE='" + command + "' LOG4CPLUS_FILE_DIR=" + m_board.folder() +
+                     " /usr/bin/mender --no-syslog " + arguments);
     }
 
     Bytes area() const
@@ -113,8 +109,6 @@ protected:
         const Bytes text = readFile(m_board.path("mender.out"));
         return std::string(text.begin(), text.end());
     }
-
-    std::string device() const { return m_board.path("spidev"); }
 
     static void writeText(const fs::path& path, const std::string& text)
     {
@@ -143,8 +137,7 @@ TEST_F(Mender, FailedInstallEndsWithTheOldImage)
     flash.resize(FLASH_CAPACITY, 0xFF);
     twin.setFlash(flash);
     writeFile(twin.path("new.bin"), m_new);
-    const RunResult clean = twin.run({MERIVAK_UPDATE_BINARY, "install", "new.bin", "--backup", "backup.bin"},
-                                     {{"--spidev", twin.path("spidev")}, {{"SPI_BUS_DEVICE", twin.path("spidev")}}});
+    const RunResult clean = twin.run({MERIVAK_UPDATE_BINARY, "install", "new.bin", "--backup", "backup.bin"});
     ASSERT_EQ(clean.status, 0) << clean.describe();
     const std::vector<QJsonObject> programs = messagesOfKind(clean, MessageKind::Program);
     ASSERT_FALSE(programs.empty());

@@ -10,14 +10,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <QJsonDocument>
-
 #include <signal.h>
 
 #include <algorithm>
-#include <chrono>
-#include <fstream>
-#include <thread>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -82,19 +77,8 @@ protected:
         writeFile(m_board.path("new.bin"), m_new);
     }
 
-    void TearDown() override
+    RunResult update(const std::vector<std::string>& arguments, const RunSettings& settings = {}) const
     {
-        std::remove((std::string("/run/lock/") + frontend::DeviceLock::lockFileName(device())).c_str());
-    }
-
-    // Each board has an SPI device of its own, so parallel tests never share
-    // the run lock.
-    std::string device() const { return m_board.path("spidev"); }
-
-    RunResult update(const std::vector<std::string>& arguments, RunSettings settings = {}) const
-    {
-        settings.simulatorOptions.insert(settings.simulatorOptions.begin(), {"--spidev", device()});
-        settings.environment.emplace_back("SPI_BUS_DEVICE", device());
         std::vector<std::string> command = {MERIVAK_UPDATE_BINARY};
         command.insert(command.end(), arguments.begin(), arguments.end());
         return m_board.run(command, settings);
@@ -373,54 +357,50 @@ TEST_F(Update, RestoreWritesTheBackupBack)
                                                              "restored: the flash holds the backup", kWaiting}));
 }
 
-// A termination signal after the erase began must not leave the flash erased
-// or half programmed: the update runs to its verified end, then the program
-// exits with 128 + the signal. The test sends SIGTERM as soon as the trace
-// shows the chip erase; the erase wait, programming and verify that follow
-// take far longer than that, even on a loaded machine.
-TEST_F(Update, SignalAfterTheEraseFinishesTheUpdateFirst)
+// Where a termination signal arrives, and whether the update still ends
+// with the new image.
+struct Interruption {
+    const char* name;
+    std::function<std::int64_t(const RunResult& clean)> message;
+    bool finishes;
+};
+
+class UpdateInterruption : public Update, public ::testing::WithParamInterface<Interruption> {};
+
+// Before the erase the program stops with the flash untouched; from the erase
+// on it runs to a verified image first. Either way it exits 128 + signal,
+// without the DSP start pause.
+TEST_P(UpdateInterruption, NeverLeavesTheFlashErasedOrHalfProgrammed)
 {
-    const std::string tracePath = m_board.path("trace.jsonl");
-    std::remove(tracePath.c_str());
-    RunResult run;
-    std::thread runner([&] { run = install(); });
+    const Interruption& c = GetParam();
+    const RunResult clean = install();
+    ASSERT_EQ(clean.status, 0) << clean.describe();
+    setArea(m_old);
+    std::remove(m_board.path("backup.bin").c_str());
 
-    pid_t pid = 0;
-    bool erased = false;
-    std::ifstream trace;
-    std::string line;
-    for (int polls = 0; polls < 60000 && !erased; ++polls) {
-        if (!trace.is_open()) {
-            trace.open(tracePath);
-        }
-        while (trace.is_open() && std::getline(trace, line)) {
-            if (line.find("\"process_start\"") != std::string::npos &&
-                line.find("merivak-update") != std::string::npos) {
-                const QJsonObject event = QJsonDocument::fromJson(QByteArray::fromStdString(line)).object();
-                pid = static_cast<pid_t>(integer(event.value(QStringLiteral("pid"))));
-            }
-            erased = erased || line.find("\"name\":\"CE\"") != std::string::npos;
-        }
-        trace.clear();
-        if (!erased) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-    }
-    ASSERT_TRUE(erased && pid > 0) << "no chip erase in the trace";
-    ASSERT_EQ(::kill(pid, SIGTERM), 0);
-    runner.join();
-
+    const RunResult run = install({{"--signal", "TERM@msg:" + std::to_string(c.message(clean))}, {}});
     EXPECT_EQ(run.status, 128 + SIGTERM) << run.describe();
-    EXPECT_EQ(area(), m_new) << "the update ran to its end";
-    const std::vector<std::string> out = run.plainOutLines();
-    EXPECT_EQ(out.back(), "verified") << "no DSP start pause once a signal asked to stop";
+    EXPECT_EQ(area(), c.finishes ? m_new : m_old);
+    EXPECT_EQ(summaryCount(run, "flash", "erases"), c.finishes ? 1 : 0);
+    EXPECT_EQ(run.plainOutLines().back(), c.finishes ? "verified" : "backup saved: backup.bin");
     EXPECT_EQ(dspStartPauses(run), 0U);
     EXPECT_NE(run.err.find("interrupted by SIGTERM"), std::string::npos) << run.err;
 }
 
+INSTANTIATE_TEST_SUITE_P(
+    Signals, UpdateInterruption,
+    ::testing::Values(
+        Interruption{"DuringTheBackupReadOut", [](const RunResult& r) { return readMessageIndex(r, 0x8000, 1); },
+                     false},
+        Interruption{"AtTheErase", [](const RunResult& r) { return messageIndex(r, MessageKind::Erase, 0); }, true},
+        Interruption{"AtTheMiddlePage", [](const RunResult& r) { return messageIndex(r, MessageKind::Program, 255); },
+                     true}),
+    [](const ::testing::TestParamInfo<Interruption>& param) { return param.param.name; });
+
 TEST_F(Update, SecondRunOnTheSameFlashIsRefusedUntouched)
 {
-    const frontend::DeviceLock held(device());
+    // The simulator keeps each board's /run/lock in its state folder.
+    const frontend::DeviceLock held("/dev/spidev0.0", m_board.stateFolder() + "/run-lock");
     ASSERT_EQ(held.state(), frontend::DeviceLock::State::kAcquired);
     const RunResult run = install();
     EXPECT_EQ(run.status, kLocked) << run.describe();
