@@ -148,6 +148,16 @@ TEST_F(Mender, FailedInstallEndsWithTheOldImage)
     EXPECT_NE(output().find("merivak-update install failed with status 5"), std::string::npos) << output();
 }
 
+// A byte that always reads back wrong: no image can be verified, neither the
+// new one nor the restored one, in the install, the rollback or the failure
+// handling. The module must say so, not report success.
+TEST_F(Mender, FlashThatCannotBeVerifiedIsReportedLoudly)
+{
+    EXPECT_EQ(mender("install " + m_board.path("new.mender"), updateCommand("flip:0x100:0x01")), 1) << output();
+    EXPECT_NE(output().find("THE DSP FLASH HOLDS NO VERIFIED FIRMWARE; THE BOARD NEEDS SERVICE"), std::string::npos)
+        << output();
+}
+
 TEST_F(Mender, RollbackOfAnUncommittedInstallRestoresTheOldImage)
 {
     ASSERT_EQ(mender("install " + m_board.path("new.mender"), updateCommand()), 0) << output();
