@@ -312,6 +312,7 @@ TEST_P(UpdateEarlyFailure, LeavesTheFlashAndAnEarlierBackupAsTheyWere)
     setArea(m_old);
     const Bytes earlierBackup = patternBytes(FIRMWARE_AREA, 3);
     writeFile(m_board.path("backup.bin"), earlierBackup);
+    ::mkdir(m_board.path("folder").c_str(), 0755);
 
     RunSettings settings;
     const std::string fault = c.fault(clean);
@@ -324,7 +325,7 @@ TEST_P(UpdateEarlyFailure, LeavesTheFlashAndAnEarlierBackupAsTheyWere)
     EXPECT_EQ(summaryCount(run, "flash", "erases"), 0);
     EXPECT_EQ(summaryCount(run, "flash", "programmed_pages"), 0);
     EXPECT_EQ(readFile(m_board.path("backup.bin")), earlierBackup) << "never truncated";
-    EXPECT_FALSE(fileExists(m_board.path("backup.bin.partial")));
+    EXPECT_FALSE(fileExists(m_board.path(std::string(c.backup) + ".partial"))) << "no half-written copy left";
     EXPECT_EQ(dspStartPauses(run), 0U);
 }
 
@@ -343,7 +344,8 @@ INSTANTIATE_TEST_SUITE_P(Faults, UpdateEarlyFailure,
                                           },
                                           "backup.bin"},
                              EarlyFailure{"BackupFolderMissing", [](const RunResult&) { return std::string(); },
-                                          "missing/backup.bin"}),
+                                          "missing/backup.bin"},
+                             EarlyFailure{"BackupIsAFolder", [](const RunResult&) { return std::string(); }, "folder"}),
                          [](const ::testing::TestParamInfo<EarlyFailure>& param) { return param.param.name; });
 
 TEST_F(Update, RestoreWritesTheBackupBack)
