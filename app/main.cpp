@@ -58,9 +58,8 @@ bool runOnHal(Operation operation, const QString& fileName)
         ok = hal.checkDSPflash(fileName);
         break;
     case Operation::kWrite:
-        ok = hal.eraseDSPflash();
-        exitIfStopped();
-        ok = ok && hal.updateDSPflash(fileName);
+        // A stopped erase fails, so the programming is not started.
+        ok = hal.eraseDSPflash() && hal.updateDSPflash(fileName);
         break;
     }
     exitIfStopped();

@@ -5,6 +5,7 @@
 #include "options.h"
 #include "program_check.h"
 #include "run_config.h"
+#include "signal_injection.h"
 #include "state_folder.h"
 #include "summary.h"
 
@@ -12,6 +13,7 @@
 
 #include <elf.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -115,6 +117,24 @@ TEST(LauncherEdges, ParsesLineKindAndExactTime)
     for (const char* text :
          {"2:up@1", "x:rising@1", "2:rising@1.", "2:rising@-1", "2:rising", "300:rising@1", "2:rising@1.0000000001"}) {
         EXPECT_FALSE(boardsim::parseEdge(text, edge, error)) << text;
+    }
+}
+
+TEST(LauncherSignal, ParsesNamesNumbersAndTheMessageCount)
+{
+    boardsim::SignalInjection injection{};
+    std::string error;
+    const std::pair<const char*, boardsim::SignalInjection> valid[] = {
+        {"TERM@msg:40", {SIGTERM, 40}},  {"SIGINT@msg:1", {SIGINT, 1}}, {"HUP@msg:7", {SIGHUP, 7}},
+        {"SIGQUIT@msg:3", {SIGQUIT, 3}}, {"9@msg:12", {9, 12}},         {"64@msg:2", {64, 2}}};
+    for (const auto& [text, expected] : valid) {
+        ASSERT_TRUE(boardsim::parseSignalInjection(text, injection, error)) << text << ": " << error;
+        EXPECT_EQ(injection.signal, expected.signal) << text;
+        EXPECT_EQ(injection.atMessage, expected.atMessage) << text;
+    }
+    for (const char* text : {"TERM", "TERM@msg:0", "TERM@msg:", "TERM@msg:-3", "TERM@t:1", "BOGUS@msg:1", "0@msg:1",
+                             "65@msg:1", "SIG@msg:1", "TERM@msg:1x"}) {
+        EXPECT_FALSE(boardsim::parseSignalInjection(text, injection, error)) << text;
     }
 }
 

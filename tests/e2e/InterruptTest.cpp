@@ -201,3 +201,27 @@ INSTANTIATE_TEST_SUITE_P(SignalsAndPoints, Interruption,
                          });
 
 }  // namespace
+
+namespace {
+
+// A closed standard output does not kill a run that succeeded: the tool
+// ignores SIGPIPE, its log file keeps every record.
+TEST(BrokenStandardOutput, DoesNotEndASuccessfulWrite)
+{
+    const SimulatedBoard board;
+    const Bytes image = patternBytes(1000, 33);
+    writeFile(board.path("image.bin"), image);
+    RunSettings settings;
+    settings.brokenStandardOutput = true;
+
+    const RunResult run = board.merivak({"write", "image.bin"}, settings);
+
+    EXPECT_EQ(run.status, 0) << run.describe();
+    EXPECT_EQ(run.logRecords("INFO", "Start programming the DSP Flash... 1000 bytes! ").size(), 1U) << run.describe();
+    Bytes flash = image;
+    flash.resize(FLASH_CAPACITY, 0xFF);
+    EXPECT_EQ(board.flash(), flash);
+    expectDspHeldOffDuringTransfersAndReleased(run);
+}
+
+}  // namespace

@@ -73,7 +73,7 @@ std::string recordMessage(const std::string& line)
 
 // Starts argv with env, stdout/stderr to files, in folder; returns its pid.
 pid_t spawn(const std::vector<std::string>& argv, const std::vector<std::string>& env, const std::string& folder,
-            const std::string& outPath, const std::string& errPath)
+            const std::string& outPath, const std::string& errPath, bool brokenOut)
 {
     std::vector<char*> args;
     for (const std::string& a : argv) {
@@ -92,7 +92,12 @@ pid_t spawn(const std::vector<std::string>& argv, const std::vector<std::string>
     }
     if (pid == 0) {
         const int in = ::open("/dev/null", O_RDONLY);
-        const int out = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        int out = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        int ends[2] = {-1, -1};
+        if (brokenOut && ::pipe(ends) == 0) {
+            ::close(ends[0]);
+            out = ends[1];
+        }
         const int err = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
         if (in < 0 || out < 0 || err < 0 || ::dup2(in, 0) < 0 || ::dup2(out, 1) < 0 || ::dup2(err, 2) < 0 ||
             ::chdir(folder.c_str()) != 0) {
@@ -321,8 +326,8 @@ RunningProgram SimulatedBoard::start(const std::vector<std::string>& command, co
     argv.push_back("--");
     argv.insert(argv.end(), command.begin(), command.end());
 
-    program.m_pid =
-        spawn(argv, commandEnvironment(program.m_logFolder, settings), m_folder, program.m_outPath, program.m_errPath);
+    program.m_pid = spawn(argv, commandEnvironment(program.m_logFolder, settings), m_folder, program.m_outPath,
+                          program.m_errPath, settings.brokenStandardOutput);
     return program;
 }
 

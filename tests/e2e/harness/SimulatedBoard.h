@@ -33,6 +33,9 @@ struct RunSettings {
     // Extra environment of the command (the harness already points the log
     // file into the board's folder and clears inherited SPI/log settings).
     std::vector<std::pair<std::string, std::string>> environment;
+    // Standard output is a pipe whose reader is gone (writes fail with
+    // EPIPE and raise SIGPIPE) instead of a file.
+    bool brokenStandardOutput = false;
 };
 
 class RunResult {

@@ -22,7 +22,8 @@ typedef shared::InitSingletonT<Merivak> BASE_InitSingleton_OF_Merivak;
 // HAL from before its first transfer and sets it back to 1 on every exit.
 //
 // Failures are logged on "spi_logger" and reported by a false result; nothing
-// throws. No locks: one operation at a time, from one thread.
+// throws. Once a termination signal requested a stop (StopRequest.h), no
+// further message is sent and the running operation fails. No locks: one operation at a time, from one thread.
 class Merivak : public QObject, public BASE_InitSingleton_OF_Merivak {
     Q_OBJECT
 

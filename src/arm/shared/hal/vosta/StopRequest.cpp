@@ -41,10 +41,6 @@ const char* signalName(int signalNumber) noexcept
         return "SIGHUP";
     case SIGQUIT:
         return "SIGQUIT";
-    case SIGALRM:
-        return "SIGALRM";
-    case SIGPIPE:
-        return "SIGPIPE";
     default:
         return "signal";
     }

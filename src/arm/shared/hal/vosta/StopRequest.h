@@ -16,8 +16,8 @@ void requestStop(int signalNumber) noexcept;
 // Async-signal-safe.
 int stopSignal() noexcept;
 
-// "SIGINT", "SIGTERM", "SIGHUP", "SIGQUIT", "SIGALRM", "SIGPIPE", else
-// "signal". Async-signal-safe.
+// "SIGINT", "SIGTERM", "SIGHUP", "SIGQUIT" (the signals that stop an
+// operation), else "signal". Async-signal-safe.
 const char* signalName(int signalNumber) noexcept;
 
 // Logs, once per process, the ERROR record "<what>: interrupted by signal
