@@ -71,6 +71,7 @@ struct MsgFault {
 struct FlipFault {
     std::uint32_t address;
     std::uint8_t mask;
+    std::uint64_t onlyMessage;  // 1-based SPI_IOC_MESSAGE count; 0: every read
 };
 
 struct Faults {

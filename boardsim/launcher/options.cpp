@@ -136,7 +136,7 @@ std::string usageText()
            "  --summary FILE         write the run's summary as one JSON object\n"
            "  --fault FAULT           inject a fault (repeatable; also $BOARDSIM_FAULTS):\n"
            "                           msg:N:ERRNO  msg:N+:ERRNO  setup:REQ:ERRNO  no-spidev\n"
-           "                           no-melody  busy  flip:ADDR:MASK  export-refused:LINE[:ERRNO]\n"
+           "                           no-melody  busy  flip:ADDR:MASK[:N]  export-refused:LINE[:ERRNO]\n"
            "  --spidev PATH          also serve the SPI device at PATH (repeatable)\n"
            "  --edge LINE:rising|falling@SECONDS\n"
            "                         change a GPIO input's electrical level at a virtual time\n"

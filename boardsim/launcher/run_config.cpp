@@ -157,14 +157,17 @@ std::string addFlipFault(const Parts& parts, Faults& faults)
 {
     unsigned long long address = 0;
     unsigned long long mask = 0;
-    if (parts.size() != 3 || !parseUnsigned(parts[1], 0xFFFFFFFFULL, address) ||
-        !parseUnsigned(parts[2], 0xFFULL, mask) || mask == 0) {
-        return "expected flip:ADDR:MASK with MASK 1 to 0xFF";
+    unsigned long long onlyMessage = 0;
+    if (parts.size() < 3 || parts.size() > 4 || !parseUnsigned(parts[1], 0xFFFFFFFFULL, address) ||
+        !parseUnsigned(parts[2], 0xFFULL, mask) || mask == 0 ||
+        (parts.size() == 4 && (!parseUnsigned(parts[3], ~0ULL, onlyMessage) || onlyMessage == 0))) {
+        return "expected flip:ADDR:MASK[:N] with MASK 1 to 0xFF and N a message number from 1";
     }
     if (faults.flipCount >= static_cast<std::uint32_t>(kMaxFlips)) {
         return "too many flip faults";
     }
-    faults.flips[faults.flipCount++] = FlipFault{static_cast<std::uint32_t>(address), static_cast<std::uint8_t>(mask)};
+    faults.flips[faults.flipCount++] =
+        FlipFault{static_cast<std::uint32_t>(address), static_cast<std::uint8_t>(mask), onlyMessage};
     return std::string();
 }
 

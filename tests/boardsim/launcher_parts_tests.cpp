@@ -72,7 +72,7 @@ TEST(LauncherFaults, ParsesEveryKind)
     boardsim::Faults faults{};
     std::string error;
     for (const char* text : {"msg:3:EIO", "msg:7+:110", "setup:RD_MAX_SPEED_HZ:ENODEV", "no-spidev", "no-melody",
-                             "busy", "flip:0x1F:0x80", "export-refused:48", "export-refused:2:EPERM"}) {
+                             "busy", "flip:0x1F:0x80", "flip:7:1:12", "export-refused:48", "export-refused:2:EPERM"}) {
         EXPECT_TRUE(boardsim::parseFault(text, faults, error)) << text << ": " << error;
     }
     ASSERT_EQ(faults.msgCount, 2U);
@@ -83,16 +83,18 @@ TEST(LauncherFaults, ParsesEveryKind)
     EXPECT_EQ(faults.msg[1].andLater, 1);
     EXPECT_EQ(faults.setupError[boardsim::kRdMaxSpeedHz], ENODEV);
     EXPECT_EQ(faults.noSpidev + faults.noMelody + faults.busy, 3);
-    ASSERT_EQ(faults.flipCount, 1U);
+    ASSERT_EQ(faults.flipCount, 2U);
     EXPECT_EQ(faults.flips[0].address, 0x1FU);
     EXPECT_EQ(faults.flips[0].mask, 0x80);
+    EXPECT_EQ(faults.flips[0].onlyMessage, 0U);
+    EXPECT_EQ(faults.flips[1].onlyMessage, 12U);
     EXPECT_EQ(faults.exportRefused[48], EBUSY);
     EXPECT_EQ(faults.exportRefused[2], EPERM);
 }
 
 TEST(LauncherFaults, RefusesMalformedSpecs)
 {
-    for (const char* text : {"msg:0:EIO", "msg:1:ENOTANERRNO", "msg:1", "setup:WR_FOO:EIO", "flip:1:0", "flip:x:1",
+    for (const char* text : {"msg:0:EIO", "msg:1:ENOTANERRNO", "msg:1", "setup:WR_FOO:EIO", "flip:1:0", "flip:x:1", "flip:1:1:0", "flip:1:1:2:3",
                              "export-refused:224", "busy:1", "explode"}) {
         boardsim::Faults faults{};
         std::string error;
