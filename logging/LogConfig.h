@@ -15,7 +15,7 @@ class AsyncRollingFileAppender;
 }
 
 // The record layout of every appender.
-extern const char* const LOG_RECORD_PATTERN;
+extern const char* const kLogRecordPattern;
 
 // Root level INFO; the console and/or file appender as LOG4CPLUS_APPENDER
 // selects; the final commit of the file cache registered with atexit; the
