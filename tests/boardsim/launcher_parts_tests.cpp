@@ -94,8 +94,8 @@ TEST(LauncherFaults, ParsesEveryKind)
 
 TEST(LauncherFaults, RefusesMalformedSpecs)
 {
-    for (const char* text : {"msg:0:EIO", "msg:1:ENOTANERRNO", "msg:1", "setup:WR_FOO:EIO", "flip:1:0", "flip:x:1", "flip:1:1:0", "flip:1:1:2:3",
-                             "export-refused:224", "busy:1", "explode"}) {
+    for (const char* text : {"msg:0:EIO", "msg:1:ENOTANERRNO", "msg:1", "setup:WR_FOO:EIO", "flip:1:0", "flip:x:1",
+                             "flip:1:1:0", "flip:1:1:2:3", "export-refused:224", "busy:1", "explode"}) {
         boardsim::Faults faults{};
         std::string error;
         EXPECT_FALSE(boardsim::parseFault(text, faults, error)) << text;
