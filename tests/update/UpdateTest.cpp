@@ -209,20 +209,23 @@ TEST_P(UpdateRefusal, BeforeAnythingTouchesTheHardware)
 
 INSTANTIATE_TEST_SUITE_P(
     Files, UpdateRefusal,
-    ::testing::Values(
-        Refusal{"Directory", [](const std::string& p) { ::mkdir(p.c_str(), 0755); }, "is not a regular file", false},
-        Refusal{"Fifo", [](const std::string& p) { ::mkfifo(p.c_str(), 0644); }, "is not a regular file", false},
-        Refusal{"Empty", [](const std::string& p) { writeFile(p, {}); }, "is empty", false},
-        Refusal{"OneByteTooLarge", [](const std::string& p) { writeFile(p, Bytes(FIRMWARE_AREA + 1, 0)); },
-                "is larger than the 131072-byte DSP flash area", false},
-        Refusal{"DanglingSymlink", [](const std::string& p) { static_cast<void>(::symlink("gone.bin", p.c_str())); },
-                "cannot be opened: No such file or directory", false},
-        Refusal{"Unreadable",
-                [](const std::string& p) {
-                    writeFile(p, Bytes(16, 1));
-                    ::chmod(p.c_str(), 0);
-                },
-                "cannot be opened: Permission denied", true}),
+    ::testing::Values(Refusal{"Directory", [](const std::string& p) { ASSERT_EQ(::mkdir(p.c_str(), 0755), 0); },
+                              "is not a regular file", false},
+                      Refusal{"Fifo", [](const std::string& p) { ASSERT_EQ(::mkfifo(p.c_str(), 0644), 0); },
+                              "is not a regular file", false},
+                      Refusal{"Empty", [](const std::string& p) { writeFile(p, {}); }, "is empty", false},
+                      Refusal{"OneByteTooLarge",
+                              [](const std::string& p) { writeFile(p, Bytes(FIRMWARE_AREA + 1, 0)); },
+                              "is larger than the 131072-byte DSP flash area", false},
+                      Refusal{"DanglingSymlink",
+                              [](const std::string& p) { ASSERT_EQ(::symlink("gone.bin", p.c_str()), 0); },
+                              "cannot be opened: No such file or directory", false},
+                      Refusal{"Unreadable",
+                              [](const std::string& p) {
+                                  writeFile(p, Bytes(16, 1));
+                                  ASSERT_EQ(::chmod(p.c_str(), 0), 0);
+                              },
+                              "cannot be opened: Permission denied", true}),
     [](const ::testing::TestParamInfo<Refusal>& param) { return param.param.name; });
 
 // A fault on the way to the new image, found in a clean run's trace.
