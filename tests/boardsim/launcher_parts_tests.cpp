@@ -7,6 +7,7 @@
 #include "run_config.h"
 #include "state_folder.h"
 #include "summary.h"
+#include "TempFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -118,17 +119,10 @@ TEST(LauncherEdges, ParsesLineKindAndExactTime)
 
 class StateFolderTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        char pattern[] = "/tmp/boardsim-state-test.XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        root = pattern;
-    }
-    void TearDown() override { boardsim::removeTree(root); }
-
     const boardsim::ChipProfile& profile() { return *boardsim::findChipProfile("default"); }
 
-    std::string root;
+    testsupport::TempFolder folder{"boardsim-state-test"};
+    const std::string root = folder.path();
 };
 
 TEST_F(StateFolderTest, MakesAnErasedFlashAndAGpioTree)

@@ -3,7 +3,7 @@
 // calls, run by hal_board_probe on the simulated board and checked through
 // the simulator's trace.
 
-#include "harness/SimulatedBoard.h"
+#include "SimulatedBoard.h"
 
 #include <gtest/gtest.h>
 

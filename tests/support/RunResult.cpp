@@ -1,35 +1,23 @@
 // SPDX-License-Identifier: MIT
-#include "SimulatedBoard.h"
+#include "RunResult.h"
+
+#include "TempFolder.h"
 
 #include <QByteArray>
 #include <QJsonDocument>
 #include <QJsonValue>
 
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sstream>
 #include <stdexcept>
 
-extern char** environ;
-
 namespace boardtest {
 
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string readText(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
 
 std::vector<std::string> splitLines(const std::string& text)
 {
@@ -68,71 +56,6 @@ std::string recordMessage(const std::string& line)
     const std::string marker = " sec] - ";
     const std::size_t at = line.find(marker);
     return at == std::string::npos ? std::string() : line.substr(at + marker.size());
-}
-
-// Runs argv with env, stdout/stderr to files, in folder; returns the wait status.
-int spawn(const std::vector<std::string>& argv, const std::vector<std::string>& env, const std::string& folder,
-          const std::string& outPath, const std::string& errPath)
-{
-    std::vector<char*> args;
-    for (const std::string& a : argv) {
-        args.push_back(const_cast<char*>(a.c_str()));
-    }
-    args.push_back(nullptr);
-    std::vector<char*> envp;
-    for (const std::string& e : env) {
-        envp.push_back(const_cast<char*>(e.c_str()));
-    }
-    envp.push_back(nullptr);
-
-    const pid_t pid = ::fork();
-    if (pid < 0) {
-        throw std::runtime_error("fork failed");
-    }
-    if (pid == 0) {
-        const int in = ::open("/dev/null", O_RDONLY);
-        const int out = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        const int err = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        if (in < 0 || out < 0 || err < 0 || ::dup2(in, 0) < 0 || ::dup2(out, 1) < 0 || ::dup2(err, 2) < 0 ||
-            ::chdir(folder.c_str()) != 0) {
-            ::_exit(126);
-        }
-        ::execve(args[0], args.data(), envp.data());
-        ::_exit(127);
-    }
-    int waitStatus = 0;
-    while (::waitpid(pid, &waitStatus, 0) < 0) {
-        if (errno != EINTR) {
-            throw std::runtime_error("waitpid failed");
-        }
-    }
-    return waitStatus;
-}
-
-std::vector<std::string> commandEnvironment(const std::string& logFolder, const RunSettings& settings)
-{
-    std::vector<std::string> env;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        const std::string variable(*entry);
-        // Settings of the caller's shell must not steer the tool or the board.
-        if (startsWith(variable, "LOG4CPLUS_") || startsWith(variable, "SPI_BUS_DEVICE=") ||
-            startsWith(variable, "BOARDSIM_")) {
-            continue;
-        }
-        // The run's own settings replace inherited ones of the same name.
-        bool replaced = false;
-        for (const auto& setting : settings.environment) {
-            replaced = replaced || startsWith(variable, setting.first + "=");
-        }
-        if (!replaced) {
-            env.push_back(variable);
-        }
-    }
-    env.push_back("LOG4CPLUS_FILE_DIR=" + logFolder);
-    for (const auto& [name, value] : settings.environment) {
-        env.push_back(name + "=" + value);
-    }
-    return env;
 }
 
 }  // namespace
@@ -246,94 +169,24 @@ std::string RunResult::describe() const
     return text.str();
 }
 
-// ---- SimulatedBoard --------------------------------------------------------
-
-SimulatedBoard::SimulatedBoard()
+bool RunResult::readTrace(const std::string& path)
 {
-    const char* tmp = std::getenv("TMPDIR");
-    std::string pattern = std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/merivak-board-XXXXXX";
-    std::vector<char> buffer(pattern.begin(), pattern.end());
-    buffer.push_back('\0');
-    if (::mkdtemp(buffer.data()) == nullptr) {
-        throw std::runtime_error("mkdtemp failed");
-    }
-    m_folder = buffer.data();
-    m_stateFolder = m_folder + "/board";
-    m_logFolder = m_folder + "/log";
-    fs::create_directory(m_logFolder);
-}
-
-SimulatedBoard::~SimulatedBoard()
-{
-    std::error_code ignored;
-    fs::remove_all(m_folder, ignored);
-}
-
-RunResult SimulatedBoard::run(const std::vector<std::string>& command, const RunSettings& settings) const
-{
-    const std::string tracePath = m_folder + "/trace.jsonl";
-    const std::string summaryPath = m_folder + "/summary.json";
-    const std::string outPath = m_folder + "/stdout.txt";
-    const std::string errPath = m_folder + "/stderr.txt";
-
-    // Each run gets a log of its own.
-    std::error_code ignored;
-    for (const auto& entry : fs::directory_iterator(m_logFolder, ignored)) {
-        fs::remove_all(entry.path(), ignored);
-    }
-    fs::remove(tracePath, ignored);
-    fs::remove(summaryPath, ignored);
-
-    std::vector<std::string> argv = {BOARDSIM_BINARY, "--state",   m_stateFolder, "--trace",
-                                     tracePath,       "--summary", summaryPath,   "--quiet"};
-    argv.insert(argv.end(), settings.simulatorOptions.begin(), settings.simulatorOptions.end());
-    argv.push_back("--");
-    argv.insert(argv.end(), command.begin(), command.end());
-
-    const int waitStatus = spawn(argv, commandEnvironment(m_logFolder, settings), m_folder, outPath, errPath);
-
-    RunResult result;
-    result.status = WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : 128 + WTERMSIG(waitStatus);
-    result.out = readText(outPath);
-    result.err = readText(errPath);
-    for (const auto& entry : fs::directory_iterator(m_logFolder, ignored)) {
-        result.log += readText(entry.path().string());
-    }
-    for (const std::string& line : splitLines(readText(tracePath))) {
-        if (!line.empty()) {
-            result.trace.push_back(QJsonDocument::fromJson(QByteArray::fromStdString(line)).object());
+    trace.clear();
+    bool parsed = true;
+    for (const std::string& line : splitLines(testsupport::readText(path))) {
+        if (line.empty()) {
+            continue;
         }
+        QJsonParseError error{};
+        trace.push_back(QJsonDocument::fromJson(QByteArray::fromStdString(line), &error).object());
+        parsed = parsed && error.error == QJsonParseError::NoError;
     }
-    result.summary = QJsonDocument::fromJson(QByteArray::fromStdString(readText(summaryPath))).object();
-    return result;
+    return parsed;
 }
 
-RunResult SimulatedBoard::merivak(const std::vector<std::string>& arguments, const RunSettings& settings) const
+void RunResult::readSummary(const std::string& path)
 {
-    std::vector<std::string> command = {MERIVAK_BINARY};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    return run(command, settings);
-}
-
-Bytes SimulatedBoard::flash() const
-{
-    return readFile(m_stateFolder + "/flash.bin");
-}
-
-void SimulatedBoard::setFlash(const Bytes& content) const
-{
-    if (!fileExists(m_stateFolder + "/flash.bin")) {
-        prepare();
-    }
-    writeFile(m_stateFolder + "/flash.bin", content);
-}
-
-void SimulatedBoard::prepare() const
-{
-    const RunResult made = run({"/bin/true"});
-    if (made.status != 0 || !fileExists(m_stateFolder + "/flash.bin")) {
-        throw std::runtime_error("the simulator did not make its state folder:\n" + made.describe());
-    }
+    summary = QJsonDocument::fromJson(QByteArray::fromStdString(testsupport::readText(path))).object();
 }
 
 // ---- helpers -----------------------------------------------------------------

@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: MIT
+#include "ChildProcess.h"
+
+#include "TempFolder.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <sstream>
+
+extern char** environ;
+
+namespace testsupport {
+namespace {
+
+bool dropped(const std::string& entry, const ProcessSpec& spec)
+{
+    const std::string name = entry.substr(0, entry.find('='));
+    for (const auto& variable : spec.set) {
+        if (variable.first == name) {
+            return true;
+        }
+    }
+    for (const std::string& pattern : spec.unset) {
+        const bool prefix = !pattern.empty() && pattern.back() == '*';
+        if (prefix ? name.compare(0, pattern.size() - 1, pattern, 0, pattern.size() - 1) == 0 : name == pattern) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::vector<std::string> environmentOf(const ProcessSpec& spec)
+{
+    std::vector<std::string> entries;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        if (!dropped(*entry, spec)) {
+            entries.emplace_back(*entry);
+        }
+    }
+    for (const auto& variable : spec.set) {
+        entries.push_back(variable.first + "=" + variable.second);
+    }
+    return entries;
+}
+
+std::vector<char*> pointers(std::vector<std::string>& texts)
+{
+    std::vector<char*> result;
+    for (std::string& text : texts) {
+        result.push_back(text.data());
+    }
+    result.push_back(nullptr);
+    return result;
+}
+
+// Waits for the child, killing it once the time-out has passed. Polls in
+// 10 ms steps rather than reading a clock: tests may script the clock.
+int waitFor(pid_t child, int timeoutSeconds, bool& timedOut)
+{
+    int status = 0;
+    if (timeoutSeconds <= 0) {
+        while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+        }
+        return status;
+    }
+    for (long step = 0;; ++step) {
+        const pid_t done = ::waitpid(child, &status, WNOHANG);
+        if (done == child || (done < 0 && errno != EINTR)) {
+            return status;
+        }
+        if (step == timeoutSeconds * 100L) {
+            timedOut = true;
+            ::kill(child, SIGKILL);
+        }
+        ::poll(nullptr, 0, 10);
+    }
+}
+
+}  // namespace
+
+std::string ProcessResult::describe() const
+{
+    std::ostringstream text;
+    text << (timedOut ? "timed out, " : "") << (exited ? "exit " : "signal ") << (exited ? exitCode : signal)
+         << "\n--- stdout\n"
+         << out << "--- stderr\n"
+         << err;
+    return text.str();
+}
+
+ProcessResult runProcess(const ProcessSpec& spec)
+{
+    ProcessResult result;
+    TempFolder files("merivak-child");
+    const std::string outPath = files.path("out");
+    const std::string errPath = files.path("err");
+    std::vector<std::string> argumentTexts = spec.argv;
+    std::vector<std::string> environmentTexts = environmentOf(spec);
+    std::vector<char*> argv = pointers(argumentTexts);
+    std::vector<char*> envp = pointers(environmentTexts);
+
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (spec.mergeOutput) {
+        posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+    } else {
+        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    }
+    if (!spec.folder.empty()) {
+        posix_spawn_file_actions_addchdir_np(&actions, spec.folder.c_str());
+    }
+    pid_t child = 0;
+    const std::string program = !spec.program.empty() ? spec.program : spec.argv.empty() ? "" : spec.argv[0];
+    const bool search = program.find('/') == std::string::npos;
+    const int spawnError = search ? ::posix_spawnp(&child, program.c_str(), &actions, nullptr, argv.data(), envp.data())
+                                  : ::posix_spawn(&child, program.c_str(), &actions, nullptr, argv.data(), envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    if (spawnError != 0) {
+        // As a shell reports a program it cannot find or run.
+        result.exited = true;
+        result.exitCode = spawnError == ENOENT ? 127 : 126;
+        result.err = "cannot run " + program + ": " + std::strerror(spawnError);
+        return result;
+    }
+    result.pid = child;
+    const int status = waitFor(child, spec.timeoutSeconds, result.timedOut);
+    result.exited = WIFEXITED(status);
+    result.exitCode = result.exited ? WEXITSTATUS(status) : -1;
+    result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+    result.out = readText(outPath);
+    result.err = spec.mergeOutput ? std::string() : readText(errPath);
+    return result;
+}
+
+}  // namespace testsupport

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+// Runs a program as a child process with a chosen environment and folder,
+// and collects its output and how it ended. Every test that starts a
+// process goes through here.
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace testsupport {
+
+struct ProcessSpec {
+    // argv[0] is a path, or a name looked up on PATH.
+    std::vector<std::string> argv;
+    // Variables added or replaced in the inherited environment.
+    std::vector<std::pair<std::string, std::string>> set;
+    // Inherited variables to drop: exact names, or prefixes ending in '*'.
+    std::vector<std::string> unset;
+    // The file to run when it is not argv[0] (a program run under another
+    // name).
+    std::string program;
+    // Working folder of the child; empty keeps this process's.
+    std::string folder;
+    // Standard error goes into out as well, in order.
+    bool mergeOutput = false;
+    // Killed (SIGKILL) after this many seconds; 0: no limit.
+    int timeoutSeconds = 0;
+};
+
+struct ProcessResult {
+    int pid = 0;
+    bool exited = false;  // ended through exit()
+    int exitCode = -1;    // its status when it did
+    int signal = 0;       // the signal that ended it, 0 if none
+    bool timedOut = false;
+    std::string out;
+    std::string err;
+
+    // The shell's convention: the exit code, or 128 + the signal.
+    int status() const { return exited ? exitCode : 128 + signal; }
+    // One text for failure messages.
+    std::string describe() const;
+};
+
+ProcessResult runProcess(const ProcessSpec& spec);
+
+}  // namespace testsupport

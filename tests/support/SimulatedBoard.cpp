@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: MIT
+#include "SimulatedBoard.h"
+
+#include "ChildProcess.h"
+
+#include <filesystem>
+#include <stdexcept>
+
+namespace boardtest {
+
+namespace fs = std::filesystem;
+
+SimulatedBoard::SimulatedBoard()
+    : m_folder(m_root.path()), m_stateFolder(m_root.path("board")), m_logFolder(m_root.path("log"))
+{
+    fs::create_directory(m_logFolder);
+}
+
+RunResult SimulatedBoard::run(const std::vector<std::string>& command, const RunSettings& settings) const
+{
+    const std::string tracePath = m_folder + "/trace.jsonl";
+    const std::string summaryPath = m_folder + "/summary.json";
+
+    // Each run gets a log of its own.
+    std::error_code ignored;
+    for (const auto& entry : fs::directory_iterator(m_logFolder, ignored)) {
+        fs::remove_all(entry.path(), ignored);
+    }
+    fs::remove(tracePath, ignored);
+    fs::remove(summaryPath, ignored);
+
+    std::vector<std::string> argv = {BOARDSIM_BINARY, "--state",   m_stateFolder, "--trace",
+                                     tracePath,       "--summary", summaryPath,   "--quiet"};
+    argv.insert(argv.end(), settings.simulatorOptions.begin(), settings.simulatorOptions.end());
+    argv.push_back("--");
+    argv.insert(argv.end(), command.begin(), command.end());
+
+    testsupport::ProcessSpec spec;
+    spec.argv = argv;
+    // Settings of the caller's shell must not steer the tool or the board.
+    spec.unset = {"LOG4CPLUS_*", "SPI_BUS_DEVICE", "BOARDSIM_*"};
+    spec.set = {{"LOG4CPLUS_FILE_DIR", m_logFolder}};
+    spec.set.insert(spec.set.end(), settings.environment.begin(), settings.environment.end());
+    spec.folder = m_folder;
+    const testsupport::ProcessResult process = testsupport::runProcess(spec);
+
+    RunResult result;
+    result.status = process.status();
+    result.out = process.out;
+    result.err = process.err;
+    for (const auto& entry : fs::directory_iterator(m_logFolder, ignored)) {
+        result.log += testsupport::readText(entry.path().string());
+    }
+    result.readTrace(tracePath);
+    result.readSummary(summaryPath);
+    return result;
+}
+
+RunResult SimulatedBoard::merivak(const std::vector<std::string>& arguments, const RunSettings& settings) const
+{
+    std::vector<std::string> command = {MERIVAK_BINARY};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return run(command, settings);
+}
+
+Bytes SimulatedBoard::flash() const
+{
+    return readFile(m_stateFolder + "/flash.bin");
+}
+
+void SimulatedBoard::setFlash(const Bytes& content) const
+{
+    if (!fileExists(m_stateFolder + "/flash.bin")) {
+        prepare();
+    }
+    writeFile(m_stateFolder + "/flash.bin", content);
+}
+
+void SimulatedBoard::prepare() const
+{
+    const RunResult made = run({"/bin/true"});
+    if (made.status != 0 || !fileExists(m_stateFolder + "/flash.bin")) {
+        throw std::runtime_error("the simulator did not make its state folder:\n" + made.describe());
+    }
+}
+
+}  // namespace boardtest
