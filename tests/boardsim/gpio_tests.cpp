@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace boardsim_test {
 namespace {
@@ -192,6 +193,38 @@ TEST_F(GpioTest, PollTimesOutInVirtualTimeWhenNoArmedEdgeComes)
     EXPECT_EQ(show(kGpio + "/gpio2/value"), "0\n");  // the level did change
     EXPECT_EQ(waitForEdge(2, "both", 0), 0);         // no edge pending: at once
     EXPECT_EQ(now(), 3000000000);
+}
+
+// A poll that waits for a real descriptor as well waits for real; its trace
+// line still tells a time-out from an edge. Polls without a GPIO value file
+// leave no gpio_poll line.
+TEST_F(GpioTest, PollsAreTracedOnlyWithAValueFileAndTellTimeOuts)
+{
+    boardsim::Options options;
+    options.tracePath = stateDir() + ".trace";
+    start(options);
+    exportLine(2);
+    ASSERT_EQ(store(kGpio + "/gpio2/edge", "rising"), 0);
+    const int value = open((kGpio + "/gpio2/value").c_str(), O_RDONLY);
+    readText(value);
+    const int spi = openSpi();
+    int pipeEnds[2];
+    ASSERT_EQ(::pipe(pipeEnds), 0);
+    pollfd withReal[2] = {{value, POLLPRI, 0}, {pipeEnds[0], POLLIN, 0}};
+    const timespec brief{0, 1000000};
+    int result = -1;
+    int err = 0;
+    EXPECT_TRUE(sim().poll(withReal, 2, &brief, nullptr, result, err));
+    EXPECT_EQ(result, 0);
+    pollfd bus{spi, POLLIN, 0};
+    EXPECT_TRUE(sim().poll(&bus, 1, &brief, nullptr, result, err));
+    ::close(pipeEnds[0]);
+    ::close(pipeEnds[1]);
+    const std::string trace = readFile(options.tracePath);
+    const std::size_t first = trace.find("\"gpio_poll\"");
+    ASSERT_NE(first, std::string::npos) << trace;
+    EXPECT_EQ(trace.find("\"gpio_poll\"", first + 1), std::string::npos) << trace;
+    EXPECT_NE(trace.find("\"result\":\"timeout\"", first), std::string::npos) << trace;
 }
 
 TEST_F(GpioTest, ActiveLowTurnsAnElectricalFallInto_aRisingValue)

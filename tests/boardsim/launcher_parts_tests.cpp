@@ -211,12 +211,14 @@ TEST(LauncherSummary, ReportsCountersHistoryAndViolations)
     block->violations[0] = boardsim::Violation{5, boardsim::kNoLatch, "PP without Write Enable"};
     block->violationCount = 1;
     block->violationsTotal = 1;
+    block->soundOn = 1;
     const std::string json = boardsim::summaryJson(*block, 7);
     EXPECT_NE(json.find("\"status\":7"), std::string::npos) << json;
     EXPECT_NE(json.find("\"board_time_ns\":1500000000"), std::string::npos);
     EXPECT_NE(json.find("\"lines\":{\"48\":[[10,0],[20,1]]}"), std::string::npos) << json;
     EXPECT_NE(json.find("\"exported\":[48]"), std::string::npos);
     EXPECT_NE(json.find("{\"rule\":\"no-latch\",\"detail\":\"PP without Write Enable\",\"t\":5}"), std::string::npos);
+    EXPECT_NE(json.find("\"on\":true"), std::string::npos) << json;
     const std::string text = boardsim::summaryText(*block);
     EXPECT_NE(text.find("board time 1.500000 s"), std::string::npos) << text;
     EXPECT_NE(text.find("3 messages"), std::string::npos);
