@@ -246,19 +246,6 @@ TEST_F(LoggingProcessTest, StatementsFromExitHandlersReachTheFile)
                                         "INFO spi_logger exit handler registered first"}));
 }
 
-TEST_F(LoggingProcessTest, ExitEndsCleanlyWhileTheCommitThreadIsBusy)
-{
-    // log4cplus closes the appenders and tears itself down at exit; a commit
-    // thread that went on committing would report into the torn-down library.
-    for (int round = 0; round < 5; ++round) {
-        const ChildRun child =
-            run({"records"}, {"LOG4CPLUS_APPENDER=FILE", dirVariable(), "LOG4CPLUS_FILE_COMMIT_PERIOD_MSEC=0"});
-        EXPECT_EQ(child.status(), 0) << child.err;
-        EXPECT_EQ(child.err, "");
-    }
-    EXPECT_EQ(messages(readFile(defaultLog())).size(), 5u * 3u);
-}
-
 TEST_F(LoggingProcessTest, FinalCommitEndsTheCommitThreadAndEveryRecordIsWrittenOnce)
 {
     // A commit thread still running when log4cplus tears itself down at exit

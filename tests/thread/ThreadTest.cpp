@@ -136,19 +136,6 @@ TEST(HandleMapTest, ReplacingAHandleKeepsTheOldEntry)
     EXPECT_EQ(nullptr, Thread::findThread(worker.handle()));
 }
 
-TEST(HandleMapTest, RegisterAndUnregisterDirectly)
-{
-    TestThread object("SOURCE");
-    const pthread_t handle = static_cast<pthread_t>(12345);
-    Thread::unregisterThread(handle);  // nothing there: no effect
-    Thread::registerThread(&object, handle);
-    EXPECT_EQ(&object, Thread::findThread(handle));
-    EXPECT_STREQ("SOURCE", Thread::getScopeName(handle));
-    Thread::unregisterThread(handle);
-    EXPECT_EQ(nullptr, Thread::findThread(handle));
-    EXPECT_STREQ("EXTERNAL", Thread::getScopeName(handle));
-}
-
 TEST(HandleMapTest, RegistrationsFromManyThreadsAreAllKept)
 {
     constexpr int THREADS = 8;
