@@ -199,18 +199,6 @@ TEST_F(ProcessTest, DeviceNodesAndGpioPathsExistForStatAndAccess)
 
 // --- GPIO through raw descriptors and stdio ------------------------------
 
-TEST_F(ProcessTest, LineLeftExportedIsThereInTheNextRun)
-{
-    ASSERT_EQ(
-        client({"gpio-write", "/sys/class/gpio/export", "48", "gpio-write", "/sys/class/gpio/gpio48/direction", "high"})
-            .status(),
-        0);
-    EXPECT_EQ(readAll(state + "/gpio/gpio48/value"), "1\n");
-    const Outcome next = client({"gpio-read", "/sys/class/gpio/gpio48/direction", "gpio-read",
-                                 "/sys/class/gpio/gpio48/value", "gpio-write", "/sys/class/gpio/export", "48"});
-    EXPECT_EQ(next.out, "read out\\n\nread 1\\n\nwrite EBUSY\n");
-}
-
 TEST_F(ProcessTest, FortifiedEntryPointsReachTheSimulator)
 {
     const Outcome outcome = simulate({"--quiet"}, {BOARDSIM_FORTIFIED_CLIENT, "49"});
