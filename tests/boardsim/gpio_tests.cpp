@@ -8,6 +8,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <sstream>
+#include <string>
+#include <vector>
+
 namespace boardsim_test {
 namespace {
 
@@ -195,36 +199,46 @@ TEST_F(GpioTest, PollTimesOutInVirtualTimeWhenNoArmedEdgeComes)
     EXPECT_EQ(now(), 3000000000);
 }
 
-// A poll that waits for a real descriptor as well waits for real; its trace
-// line still tells a time-out from an edge. Polls without a GPIO value file
-// leave no gpio_poll line.
-TEST_F(GpioTest, PollsAreTracedOnlyWithAValueFileAndTellTimeOuts)
+// Every poll of a value file leaves a gpio_poll trace line with its time-out
+// (null: none) and outcome, also when it waits for real because a real
+// descriptor is in the set; a poll without a value file leaves none.
+TEST_F(GpioTest, PollsOfValueFilesAreTracedWithTimeOutAndOutcome)
 {
     boardsim::Options options;
     options.tracePath = stateDir() + ".trace";
+    options.edges = {"2:rising@1"};
     start(options);
     exportLine(2);
     ASSERT_EQ(store(kGpio + "/gpio2/edge", "rising"), 0);
     const int value = open((kGpio + "/gpio2/value").c_str(), O_RDONLY);
     readText(value);
-    const int spi = openSpi();
     int pipeEnds[2];
     ASSERT_EQ(::pipe(pipeEnds), 0);
     pollfd withReal[2] = {{value, POLLPRI, 0}, {pipeEnds[0], POLLIN, 0}};
+    pollfd bus{openSpi(), POLLIN, 0};
+    const timespec none{0, 0};
     const timespec brief{0, 1000000};
     int result = -1;
     int err = 0;
+    EXPECT_TRUE(sim().poll(withReal, 1, &none, nullptr, result, err));
+    EXPECT_EQ(result, 0);
     EXPECT_TRUE(sim().poll(withReal, 2, &brief, nullptr, result, err));
     EXPECT_EQ(result, 0);
-    pollfd bus{spi, POLLIN, 0};
     EXPECT_TRUE(sim().poll(&bus, 1, &brief, nullptr, result, err));
+    EXPECT_TRUE(sim().poll(withReal, 1, nullptr, nullptr, result, err));
+    EXPECT_EQ(result, 1);
     ::close(pipeEnds[0]);
     ::close(pipeEnds[1]);
-    const std::string trace = readFile(options.tracePath);
-    const std::size_t first = trace.find("\"gpio_poll\"");
-    ASSERT_NE(first, std::string::npos) << trace;
-    EXPECT_EQ(trace.find("\"gpio_poll\"", first + 1), std::string::npos) << trace;
-    EXPECT_NE(trace.find("\"result\":\"timeout\"", first), std::string::npos) << trace;
+    std::vector<std::string> polls;
+    std::istringstream trace(readFile(options.tracePath));
+    for (std::string line; std::getline(trace, line);) {
+        if (line.find("\"gpio_poll\"") != std::string::npos) {
+            polls.push_back(line.substr(line.find("\"line\"")));
+        }
+    }
+    EXPECT_EQ(polls, (std::vector<std::string>{"\"line\":2,\"timeout_ns\":0,\"result\":\"timeout\"}",
+                                               "\"line\":2,\"timeout_ns\":1000000,\"result\":\"timeout\"}",
+                                               "\"line\":2,\"timeout_ns\":null,\"result\":\"edge\"}"}));
 }
 
 TEST_F(GpioTest, ActiveLowTurnsAnElectricalFallInto_aRisingValue)
