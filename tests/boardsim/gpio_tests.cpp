@@ -241,6 +241,41 @@ TEST_F(GpioTest, PollsOfValueFilesAreTracedWithTimeOutAndOutcome)
                                                "\"line\":2,\"timeout_ns\":null,\"result\":\"edge\"}"}));
 }
 
+// Which paths the program's own calls (opendir, stat, open of other files)
+// reach in the state folder's tree, and which the simulator serves itself
+// (export, unexport, a line's attributes) or refuses (other line files).
+struct RedirectCase {
+    const char* path;
+    const char* backing;  // relative to the tree; nullptr: not redirected
+};
+
+class GpioRedirectTest : public GpioTest, public ::testing::WithParamInterface<RedirectCase> {};
+
+TEST_P(GpioRedirectTest, TreePathsGoToTheStateFolder)
+{
+    start();
+    std::string target;
+    const bool redirected = sim().redirect(GetParam().path, target);
+    ASSERT_EQ(redirected, GetParam().backing != nullptr) << GetParam().path;
+    if (redirected) {
+        const std::string relative = GetParam().backing;
+        EXPECT_EQ(target, stateDir() + "/gpio" + (relative.empty() ? "" : "/" + relative));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Paths, GpioRedirectTest,
+                         ::testing::Values(RedirectCase{"/sys/class/gpio", ""},
+                                           RedirectCase{"/sys/class/gpio/gpio48", "gpio48"},
+                                           RedirectCase{"/sys/class/gpio/gpiochip0", "gpiochip0"},
+                                           RedirectCase{"/sys/class/gpio/gpio048", "gpio048"},
+                                           RedirectCase{"/sys/class/gpio/export", nullptr},
+                                           RedirectCase{"/sys/class/gpio/unexport", nullptr},
+                                           RedirectCase{"/sys/class/gpio/gpio48/value", nullptr},
+                                           RedirectCase{"/sys/class/gpio/gpio48/edge", nullptr},
+                                           RedirectCase{"/sys/class/gpio/gpio48/power", nullptr},
+                                           RedirectCase{"/sys/class/gpiox", nullptr},
+                                           RedirectCase{"/dev/spidev0.0", nullptr}));
+
 TEST_F(GpioTest, ActiveLowTurnsAnElectricalFallInto_aRisingValue)
 {
     boardsim::Options options;

@@ -98,6 +98,10 @@ TEST(LauncherFaults, RefusesMalformedSpecs)
         EXPECT_FALSE(boardsim::parseFault(text, faults, error)) << text;
         EXPECT_NE(error.find(text), std::string::npos) << error;
     }
+    boardsim::Faults faults{};
+    std::string error;
+    EXPECT_FALSE(boardsim::parseFault("msg:2:EWHAT", faults, error));
+    EXPECT_NE(error.find("unknown errno 'EWHAT'"), std::string::npos) << error;
 }
 
 TEST(LauncherEdges, ParsesLineKindAndExactTime)
@@ -154,6 +158,7 @@ TEST_F(StateFolderTest, RefusesABrokenFolder)
     const std::string file = root + "/plain-file";
     std::ofstream(file) << "x";
     EXPECT_FALSE(boardsim::prepareStateFolder(file, profile(), error));
+    EXPECT_NE(error.find(file + " is not a folder"), std::string::npos) << error;
 }
 
 TEST_F(StateFolderTest, LoadsExportedLinesAndRefusesNonsense)
