@@ -70,8 +70,9 @@ TEST(LauncherFaults, ParsesEveryKind)
 {
     boardsim::Faults faults{};
     std::string error;
-    for (const char* text : {"msg:3:EIO", "msg:7+:110", "setup:RD_MAX_SPEED_HZ:ENODEV", "no-spidev", "no-melody",
-                             "busy", "flip:0x1F:0x80", "export-refused:48", "export-refused:2:EPERM"}) {
+    for (const char* text :
+         {"msg:3:EIO", "msg:7+:110", "setup:RD_MAX_SPEED_HZ:ENODEV", "no-spidev", "no-melody", "busy", "flip:0x1F:0x80",
+          "export-refused:48", "export-refused:2:EPERM", "export-refused:223"}) {
         EXPECT_TRUE(boardsim::parseFault(text, faults, error)) << text << ": " << error;
     }
     ASSERT_EQ(faults.msgCount, 2U);
@@ -81,6 +82,7 @@ TEST(LauncherFaults, ParsesEveryKind)
     EXPECT_EQ(faults.msg[1].error, ETIMEDOUT);
     EXPECT_EQ(faults.msg[1].andLater, 1);
     EXPECT_EQ(faults.setupError[boardsim::kRdMaxSpeedHz], ENODEV);
+    EXPECT_EQ(faults.exportRefused[boardsim::kGpioLines - 1], EBUSY);
     EXPECT_EQ(faults.noSpidev + faults.noMelody + faults.busy, 3);
     ASSERT_EQ(faults.flipCount, 1U);
     EXPECT_EQ(faults.flips[0].address, 0x1FU);
@@ -176,12 +178,36 @@ TEST_F(StateFolderTest, LoadsExportedLinesAndRefusesNonsense)
     EXPECT_EQ(lines[48].exported, 1);
     EXPECT_EQ(lines[48].output, 1);
     EXPECT_EQ(lines[48].outputLevel, 1);
+    // An exported input keeps the level it shows, through active_low.
+    const std::string input = root + "/gpio/gpio2";
+    ASSERT_EQ(mkdir(input.c_str(), 0755), 0);
+    std::ofstream(input + "/value") << "1\n";
+    std::ofstream(input + "/direction") << "in\n";
+    std::ofstream(input + "/active_low") << "1\n";
+    std::ofstream(input + "/edge") << "none\n";
+    ASSERT_TRUE(boardsim::loadGpioTree(root, lines, error)) << error;
+    EXPECT_EQ(lines[2].output, 0);
+    EXPECT_EQ(lines[2].externalLevel, 0);
+    EXPECT_EQ(lines[2].activeLow, 1);
 
     std::ofstream(line + "/direction") << "sideways\n";
     EXPECT_FALSE(boardsim::loadGpioTree(root, lines, error));
     EXPECT_NE(error.find("gpio48/direction"), std::string::npos) << error;
     unlink((line + "/direction").c_str());
     EXPECT_FALSE(boardsim::loadGpioTree(root, lines, error));
+}
+
+TEST_F(StateFolderTest, KeepsAsManyScriptedEdgesAsItHasRoomFor)
+{
+    boardsim::Options options;
+    options.edges.assign(boardsim::kMaxEdges + 1, "2:rising@1");
+    auto block = std::make_unique<boardsim::RunBlock>();
+    std::string error;
+    EXPECT_FALSE(boardsim::setUpRun(options, root + "/state", {}, *block, error));
+    EXPECT_EQ(error, "too many --edge options (at most " + std::to_string(boardsim::kMaxEdges) + ")");
+    options.edges.pop_back();
+    EXPECT_TRUE(boardsim::setUpRun(options, root + "/state", {}, *block, error)) << error;
+    EXPECT_EQ(block->config.edgeCount, static_cast<std::uint32_t>(boardsim::kMaxEdges));
 }
 
 TEST_F(StateFolderTest, ProgramsWithoutAnInterpreterAreRecognised)
