@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // A small program that drives the simulated devices the way programs on the
-// board do (open/ioctl/read/write/close, C++ file streams, ppoll, sleeps) and
+// board do (open/ioctl/read/write/close, stdio and C++ streams, poll, sleeps) and
 // prints what it gets back, one line per operation, for the simulator's
 // process tests. Usage: boardsim_client OP [ARGS] [OP [ARGS]...]
 #include <fcntl.h>
@@ -64,15 +64,6 @@ std::string unescape(const std::string& text)
         } else {
             result += text[i];
         }
-    }
-    return result;
-}
-
-std::string escape(const std::string& text)
-{
-    std::string result;
-    for (const char c : text) {
-        result += c == '\n' ? std::string("\\n") : std::string(1, c);
     }
     return result;
 }
@@ -271,19 +262,6 @@ int run(int argc, char** argv)
             }
             const ssize_t result = ::write(file, data.data(), data.size());
             std::cout << "write " << (result >= 0 ? std::string("ok") : errnoText(errno)) << '\n';
-            ::close(file);
-        } else if (op == "gpio-read") {
-            const int file = ::open(next().c_str(), O_RDONLY);
-            if (file < 0) {
-                std::cout << "read open " << errnoText(errno) << '\n';
-                continue;
-            }
-            char buffer[64];
-            const ssize_t result = ::read(file, buffer, sizeof buffer);
-            std::cout << "read "
-                      << (result >= 0 ? escape(std::string(buffer, static_cast<std::size_t>(result)))
-                                      : errnoText(errno))
-                      << '\n';
             ::close(file);
         } else if (op == "stdio-write") {
             const std::string path = next();
