@@ -197,7 +197,7 @@ TEST_F(StateFolderTest, LoadsExportedLinesAndRefusesNonsense)
     EXPECT_FALSE(boardsim::loadGpioTree(root, lines, error));
 }
 
-TEST_F(StateFolderTest, KeepsAsManyScriptedEdgesAsItHasRoomFor)
+TEST_F(StateFolderTest, SetUpTakesEveryScriptedEdgeItHasRoomForOrNone)
 {
     boardsim::Options options;
     options.edges.assign(boardsim::kMaxEdges + 1, "2:rising@1");
@@ -208,6 +208,9 @@ TEST_F(StateFolderTest, KeepsAsManyScriptedEdgesAsItHasRoomFor)
     options.edges.pop_back();
     EXPECT_TRUE(boardsim::setUpRun(options, root + "/state", {}, *block, error)) << error;
     EXPECT_EQ(block->config.edgeCount, static_cast<std::uint32_t>(boardsim::kMaxEdges));
+    options.edges = {"2:rising@1", "2:sideways@2"};
+    EXPECT_FALSE(boardsim::setUpRun(options, root + "/state", {}, *block, error));
+    EXPECT_NE(error.find("2:sideways@2"), std::string::npos) << error;
 }
 
 TEST_F(StateFolderTest, ProgramsWithoutAnInterpreterAreRecognised)
