@@ -252,6 +252,7 @@ TEST_F(ProcessTest, MainThreadSleepsAreVirtualOtherThreadsSleepForReal)
     EXPECT_TRUE(sleeps[0].value("virtual").toBool());
     EXPECT_EQ(text(sleeps[3], "thread"), "other");
     EXPECT_FALSE(sleeps[3].value("virtual").toBool());
+    EXPECT_EQ(client({"nanosleep", "-1"}).out, "nanosleep -1 EINVAL\n");
 }
 
 TEST_F(ProcessTest, OrdinaryFilesPassThroughAndReuseSimulatedNumbers)

@@ -224,7 +224,10 @@ int run(int argc, char** argv)
         } else if (op == "nanosleep") {
             const long long ns = std::stoll(next());
             const timespec request{static_cast<time_t>(ns / 1000000000LL), static_cast<long>(ns % 1000000000LL)};
-            ::nanosleep(&request, nullptr);
+            const int result = ::nanosleep(&request, nullptr);
+            if (result != 0) {
+                std::cout << "nanosleep " << result << ' ' << errnoText(errno) << '\n';
+            }
         } else if (op == "clock-sleep") {
             const long long ns = std::stoll(next());
             const timespec request{static_cast<time_t>(ns / 1000000000LL), static_cast<long>(ns % 1000000000LL)};
