@@ -28,13 +28,13 @@ using ChildRun = testsupport::ProcessResult;
 // entries (and without LD_PRELOAD) and collects its exit status and output.
 ChildRun runChild(const std::string& argv0, const std::vector<std::pair<std::string, std::string>>& extraEnv)
 {
-    testsupport::ProcessSpec spec;
-    spec.argv = {argv0, "--child"};
-    spec.set = extraEnv;
-    spec.unset = {"LD_PRELOAD"};
-    spec.program = g_self;
-    spec.timeoutSeconds = 60;
-    return testsupport::runProcess(spec);
+    testsupport::ProcessRequest request;
+    request.argv = {argv0, "--child"};
+    request.set = extraEnv;
+    request.unset = {"LD_PRELOAD"};
+    request.program = g_self;
+    request.timeoutSeconds = 60;
+    return testsupport::runProcess(request);
 }
 
 // The child: reports what it sees.

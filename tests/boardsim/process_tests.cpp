@@ -43,11 +43,11 @@ protected:
     Outcome execute(const std::vector<std::string>& argv,
                     const std::vector<std::pair<std::string, std::string>>& environment = {})
     {
-        testsupport::ProcessSpec spec;
-        spec.argv = argv;
-        spec.set = environment;
-        spec.timeoutSeconds = 120;
-        return testsupport::runProcess(spec);
+        testsupport::ProcessRequest request;
+        request.argv = argv;
+        request.set = environment;
+        request.timeoutSeconds = 120;
+        return testsupport::runProcess(request);
     }
 
     // boardsim OPTIONS -- COMMAND, with --state, --trace and --summary of the

@@ -24,22 +24,22 @@ using ChildRun = testsupport::ProcessResult;
 // Runs the child with only PATH, the sanitizers' options and `environment`.
 ChildRun runChild(const std::string& program, const std::vector<std::string>& arguments, Environment environment)
 {
-    testsupport::ProcessSpec spec;
-    spec.argv = {program};
-    spec.argv.insert(spec.argv.end(), arguments.begin(), arguments.end());
-    spec.unset = {"*"};
-    spec.set = {{"PATH", "/usr/bin:/bin"}};
+    testsupport::ProcessRequest request;
+    request.argv = {program};
+    request.argv.insert(request.argv.end(), arguments.begin(), arguments.end());
+    request.unset = {"*"};
+    request.set = {{"PATH", "/usr/bin:/bin"}};
     for (const char* passed : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS"}) {
         if (const char* value = std::getenv(passed)) {
-            spec.set.emplace_back(passed, value);
+            request.set.emplace_back(passed, value);
         }
     }
     for (const std::string& entry : environment) {
         const std::size_t equals = entry.find('=');
-        spec.set.emplace_back(entry.substr(0, equals), entry.substr(equals + 1));
+        request.set.emplace_back(entry.substr(0, equals), entry.substr(equals + 1));
     }
-    spec.timeoutSeconds = 60;
-    ChildRun run = testsupport::runProcess(spec);
+    request.timeoutSeconds = 60;
+    ChildRun run = testsupport::runProcess(request);
     EXPECT_FALSE(run.timedOut) << "child did not end";
     return run;
 }

@@ -19,15 +19,15 @@ extern char** environ;
 namespace testsupport {
 namespace {
 
-bool dropped(const std::string& entry, const ProcessSpec& spec)
+bool dropped(const std::string& entry, const ProcessRequest& request)
 {
     const std::string name = entry.substr(0, entry.find('='));
-    for (const auto& variable : spec.set) {
+    for (const auto& variable : request.set) {
         if (variable.first == name) {
             return true;
         }
     }
-    for (const std::string& pattern : spec.unset) {
+    for (const std::string& pattern : request.unset) {
         const bool prefix = !pattern.empty() && pattern.back() == '*';
         if (prefix ? name.compare(0, pattern.size() - 1, pattern, 0, pattern.size() - 1) == 0 : name == pattern) {
             return true;
@@ -36,15 +36,15 @@ bool dropped(const std::string& entry, const ProcessSpec& spec)
     return false;
 }
 
-std::vector<std::string> environmentOf(const ProcessSpec& spec)
+std::vector<std::string> environmentOf(const ProcessRequest& request)
 {
     std::vector<std::string> entries;
     for (char** entry = environ; *entry != nullptr; ++entry) {
-        if (!dropped(*entry, spec)) {
+        if (!dropped(*entry, request)) {
             entries.emplace_back(*entry);
         }
     }
-    for (const auto& variable : spec.set) {
+    for (const auto& variable : request.set) {
         entries.push_back(variable.first + "=" + variable.second);
     }
     return entries;
@@ -95,14 +95,14 @@ std::string ProcessResult::describe() const
     return text.str();
 }
 
-ProcessResult runProcess(const ProcessSpec& spec)
+ProcessResult runProcess(const ProcessRequest& request)
 {
     ProcessResult result;
     TempFolder files("merivak-child");
     const std::string outPath = files.path("out");
     const std::string errPath = files.path("err");
-    std::vector<std::string> argumentTexts = spec.argv;
-    std::vector<std::string> environmentTexts = environmentOf(spec);
+    std::vector<std::string> argumentTexts = request.argv;
+    std::vector<std::string> environmentTexts = environmentOf(request);
     std::vector<char*> argv = pointers(argumentTexts);
     std::vector<char*> envp = pointers(environmentTexts);
 
@@ -110,16 +110,18 @@ ProcessResult runProcess(const ProcessSpec& spec)
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    if (spec.mergeOutput) {
+    if (request.mergeOutput) {
         posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
     } else {
         posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     }
-    if (!spec.folder.empty()) {
-        posix_spawn_file_actions_addchdir_np(&actions, spec.folder.c_str());
+    if (!request.folder.empty()) {
+        posix_spawn_file_actions_addchdir_np(&actions, request.folder.c_str());
     }
     pid_t child = 0;
-    const std::string program = !spec.program.empty() ? spec.program : spec.argv.empty() ? "" : spec.argv[0];
+    const std::string program = !request.program.empty() ? request.program
+                                : request.argv.empty()   ? ""
+                                                         : request.argv[0];
     const bool search = program.find('/') == std::string::npos;
     const int spawnError = search ? ::posix_spawnp(&child, program.c_str(), &actions, nullptr, argv.data(), envp.data())
                                   : ::posix_spawn(&child, program.c_str(), &actions, nullptr, argv.data(), envp.data());
@@ -132,12 +134,12 @@ ProcessResult runProcess(const ProcessSpec& spec)
         return result;
     }
     result.pid = child;
-    const int status = waitFor(child, spec.timeoutSeconds, result.timedOut);
+    const int status = waitFor(child, request.timeoutSeconds, result.timedOut);
     result.exited = WIFEXITED(status);
     result.exitCode = result.exited ? WEXITSTATUS(status) : -1;
     result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
     result.out = readText(outPath);
-    result.err = spec.mergeOutput ? std::string() : readText(errPath);
+    result.err = request.mergeOutput ? std::string() : readText(errPath);
     return result;
 }
 

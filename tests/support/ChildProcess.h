@@ -11,7 +11,7 @@
 
 namespace testsupport {
 
-struct ProcessSpec {
+struct ProcessRequest {
     // argv[0] is a path, or a name looked up on PATH.
     std::vector<std::string> argv;
     // Variables added or replaced in the inherited environment.
@@ -44,6 +44,6 @@ struct ProcessResult {
     std::string describe() const;
 };
 
-ProcessResult runProcess(const ProcessSpec& spec);
+ProcessResult runProcess(const ProcessRequest& request);
 
 }  // namespace testsupport

@@ -35,14 +35,14 @@ RunResult SimulatedBoard::run(const std::vector<std::string>& command, const Run
     argv.push_back("--");
     argv.insert(argv.end(), command.begin(), command.end());
 
-    testsupport::ProcessSpec spec;
-    spec.argv = argv;
+    testsupport::ProcessRequest request;
+    request.argv = argv;
     // Settings of the caller's shell must not steer the tool or the board.
-    spec.unset = {"LOG4CPLUS_*", "SPI_BUS_DEVICE", "BOARDSIM_*"};
-    spec.set = {{"LOG4CPLUS_FILE_DIR", m_logFolder}};
-    spec.set.insert(spec.set.end(), settings.environment.begin(), settings.environment.end());
-    spec.folder = m_folder;
-    const testsupport::ProcessResult process = testsupport::runProcess(spec);
+    request.unset = {"LOG4CPLUS_*", "SPI_BUS_DEVICE", "BOARDSIM_*"};
+    request.set = {{"LOG4CPLUS_FILE_DIR", m_logFolder}};
+    request.set.insert(request.set.end(), settings.environment.begin(), settings.environment.end());
+    request.folder = m_folder;
+    const testsupport::ProcessResult process = testsupport::runProcess(request);
 
     RunResult result;
     result.status = process.status();

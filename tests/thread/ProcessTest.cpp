@@ -26,13 +26,13 @@ ProcessResult runProbe(std::vector<std::string> arguments, std::vector<std::pair
                        std::vector<std::string> unset = {})
 {
     arguments.insert(arguments.begin(), THREAD_PROBE_PATH);
-    testsupport::ProcessSpec spec;
-    spec.argv = std::move(arguments);
-    spec.set = std::move(set);
-    spec.unset = std::move(unset);
-    spec.mergeOutput = true;
-    spec.timeoutSeconds = 60;
-    return testsupport::runProcess(spec);
+    testsupport::ProcessRequest request;
+    request.argv = std::move(arguments);
+    request.set = std::move(set);
+    request.unset = std::move(unset);
+    request.mergeOutput = true;
+    request.timeoutSeconds = 60;
+    return testsupport::runProcess(request);
 }
 
 ::testing::AssertionResult exitedCleanly(const ProcessResult& result)
