@@ -142,6 +142,8 @@ TEST_F(HalOnBoard, ToggleWritesTheInverseOfTheLevelRead)
         return v;
     }();
     EXPECT_EQ(values, (std::vector<std::string>{"gpio143/value=0:ok", "gpio143/value=1:ok", "gpio143/value=0:ok"}));
+    const std::vector<std::string> beforeMark = writes(run, 0, marker(run, 8));
+    EXPECT_EQ(beforeMark.back(), "gpio143/value=1:ok") << "the toggle is delivered at once";
     EXPECT_EQ(printed(run, "after-first"), "1");
     EXPECT_EQ(printed(run, "after-second"), "0");
 }
