@@ -224,6 +224,16 @@ TEST_F(HalOnBoard, WaitArmsTheEdgeItWasAskedFor)
     const std::vector<std::string> all = writes(run);
     EXPECT_NE(std::find(all.begin(), all.end(), "gpio2/edge=rising:ok"), all.end());
     EXPECT_NE(std::find(all.begin(), all.end(), "gpio2/edge=both:ok"), all.end());
+    // Each wait closes the value file it polled: the second gets the same
+    // descriptor number again.
+    std::vector<std::int64_t> valueFds;
+    for (const QJsonObject& open : run.events("gpio_open")) {
+        if (text(open.value(QStringLiteral("path"))) == "gpio2/value") {
+            valueFds.push_back(integer(open.value(QStringLiteral("fd"))));
+        }
+    }
+    ASSERT_GE(valueFds.size(), 2U);
+    EXPECT_EQ(valueFds[valueFds.size() - 1], valueFds[valueFds.size() - 2]);
 }
 
 // ---- GpioPin: closing and destruction --------------------------------------
