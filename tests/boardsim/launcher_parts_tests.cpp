@@ -94,7 +94,7 @@ TEST(LauncherFaults, ParsesEveryKind)
 TEST(LauncherFaults, RefusesMalformedSpecs)
 {
     for (const char* text : {"msg:0:EIO", "msg:1:ENOTANERRNO", "msg:1", "setup:WR_FOO:EIO", "flip:1:0", "flip:x:1",
-                             "export-refused:224", "busy:1", "explode"}) {
+                             "export-refused:224", "export-refused:48:EBUSY:1", "busy:1", "explode"}) {
         boardsim::Faults faults{};
         std::string error;
         EXPECT_FALSE(boardsim::parseFault(text, faults, error)) << text;
