@@ -7,7 +7,8 @@ set(MERIVAK_WARNING_FLAGS
   -Wshadow -Wnon-virtual-dtor -Wcast-align -Woverloaded-virtual
   -Wconversion -Wsign-conversion -Wdouble-promotion -Wformat=2
   -Wimplicit-fallthrough -Wmisleading-indentation
-  -Wduplicated-cond -Wduplicated-branches -Wlogical-op)
+  # GCC only; clang builds the fuzzers.
+  $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wduplicated-branches -Wlogical-op>)
 
 # Test code uses GoogleTest's macros, which trip a few of the pickier checks.
 set(MERIVAK_TEST_WARNING_FLAGS -Wall -Wextra -Werror -Wshadow -Wnon-virtual-dtor)

@@ -41,21 +41,21 @@ AsyncRollingFileAppender::~AsyncRollingFileAppender()
         }
         destructorImpl();
     } catch (...) {
-        static const char MESSAGE[] = "Error committing cached log messages.\n";
-        std::fwrite(MESSAGE, 1, sizeof MESSAGE - 1, stderr);
+        static const char kMessage[] = "Error committing cached log messages.\n";
+        std::fwrite(kMessage, 1, sizeof kMessage - 1, stderr);
         std::abort();
     }
 }
 
 int AsyncRollingFileAppender::boundedCacheEntries(int requested)
 {
-    return requested < 1 ? logging::DEFAULT_CACHE_ENTRIES : requested;
+    return requested < 1 ? logging::kDefaultCacheEntries : requested;
 }
 
 int AsyncRollingFileAppender::boundedCommitPeriodMs(int requested)
 {
     if (requested < 0) {
-        return logging::DEFAULT_COMMIT_PERIOD_MS;
+        return logging::kDefaultCommitPeriodMs;
     }
     return requested > MAX_COMMIT_PERIOD_MS ? MAX_COMMIT_PERIOD_MS : requested;
 }

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef MERIVAK_LOGGING_ASYNCROLLINGFILEAPPENDER_H
-#define MERIVAK_LOGGING_ASYNCROLLINGFILEAPPENDER_H
+#pragma once
 
 // The log file appender that keeps the disk away from the threads that log.
 // append() only formats the record and puts it into a bounded cache; a
@@ -134,5 +133,3 @@ private:
 };
 
 }  // namespace log4cplus
-
-#endif

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef MERIVAK_LOGGING_LOG_H
-#define MERIVAK_LOGGING_LOG_H
+#pragma once
 
 // The log statement that every diagnostic of the system uses.
 //
@@ -41,5 +40,3 @@ double logElapsedSeconds();
 
 #define MERIVAK_LOG_ERROR(loggerName, pieces) MERIVAK_LOG(loggerName, log4cplus::ERROR_LOG_LEVEL, pieces)
 #define MERIVAK_LOG_INFO(loggerName, pieces) MERIVAK_LOG(loggerName, log4cplus::INFO_LOG_LEVEL, pieces)
-
-#endif

@@ -15,20 +15,20 @@
 
 #include <unistd.h>
 
-const char* const LOG_RECORD_PATTERN = "%p P:%i T:%t [%D{%F %T.%q} UTC:%d{%H:%M}] %c{2} %F:%L %m%n";
+const char* const kLogRecordPattern = "%p P:%i T:%t [%D{%F %T.%q} UTC:%d{%H:%M}] %c{2} %F:%L %m%n";
 
 namespace {
 
-const char* const APPENDER_VARIABLE = "LOG4CPLUS_APPENDER";
-const char* const FILE_DIR_VARIABLE = "LOG4CPLUS_FILE_DIR";
-const char* const FILE_NAME_VARIABLE = "LOG4CPLUS_FILE_NAME";
-const char* const FILE_SIZE_VARIABLE = "LOG4CPLUS_FILE_SIZE";
-const char* const CACHE_SIZE_VARIABLE = "LOG4CPLUS_FILE_CACHE_SIZE";
-const char* const COMMIT_PERIOD_VARIABLE = "LOG4CPLUS_FILE_COMMIT_PERIOD_MSEC";
-const char* const LOGGERS_VARIABLE = "LOG4CPLUS_LOGGERS";
+const char* const kAppenderVariable = "LOG4CPLUS_APPENDER";
+const char* const kFileDirVariable = "LOG4CPLUS_FILE_DIR";
+const char* const kFileNameVariable = "LOG4CPLUS_FILE_NAME";
+const char* const kFileSizeVariable = "LOG4CPLUS_FILE_SIZE";
+const char* const kCacheSizeVariable = "LOG4CPLUS_FILE_CACHE_SIZE";
+const char* const kCommitPeriodVariable = "LOG4CPLUS_FILE_COMMIT_PERIOD_MSEC";
+const char* const kLoggersVariable = "LOG4CPLUS_LOGGERS";
 
-const char* const FILE_APPENDER_NAME = "FILE";
-const char* const CONSOLE_APPENDER_NAME = "CONSOLE";
+const char* const kFileAppenderName = "FILE";
+const char* const kConsoleAppenderName = "CONSOLE";
 
 // The value of an environment variable, or nullptr when it is not set.
 const char* readVariable(const char* name)
@@ -55,14 +55,14 @@ int readEchoedInt(const char* name, int fallback)
 
 log4cplus::AsyncRollingFileAppender* createFileAppender()
 {
-    const char* directory = readVariable(FILE_DIR_VARIABLE);
-    const char* name = readVariable(FILE_NAME_VARIABLE);
+    const char* directory = readVariable(kFileDirVariable);
+    const char* name = readVariable(kFileNameVariable);
     // Nothing is normalised: a directory ending in '/' gives "//".
-    const std::string path = std::string(directory != nullptr ? directory : logging::DEFAULT_LOG_DIRECTORY) + "/" +
+    const std::string path = std::string(directory != nullptr ? directory : logging::kDefaultLogDirectory) + "/" +
                              (name != nullptr ? std::string(name) : defaultLogFileName());
-    const long rolloverSize = logging::parseFileSize(readVariable(FILE_SIZE_VARIABLE));
-    const int cacheEntries = readEchoedInt(CACHE_SIZE_VARIABLE, logging::DEFAULT_CACHE_ENTRIES);
-    const int commitPeriodMs = readEchoedInt(COMMIT_PERIOD_VARIABLE, logging::DEFAULT_COMMIT_PERIOD_MS);
+    const long rolloverSize = logging::parseFileSize(readVariable(kFileSizeVariable));
+    const int cacheEntries = readEchoedInt(kCacheSizeVariable, logging::kDefaultCacheEntries);
+    const int commitPeriodMs = readEchoedInt(kCommitPeriodVariable, logging::kDefaultCommitPeriodMs);
     return new log4cplus::AsyncRollingFileAppender(path, rolloverSize, cacheEntries, commitPeriodMs);
 }
 
@@ -103,7 +103,7 @@ std::string defaultLogFileName()
 
 void configureAppender(const log4cplus::SharedAppenderPtr& appender)
 {
-    appender->setLayout(std::make_unique<log4cplus::PatternLayout>(LOG_RECORD_PATTERN));
+    appender->setLayout(std::make_unique<log4cplus::PatternLayout>(kLogRecordPattern));
     appender->setThreshold(log4cplus::TRACE_LOG_LEVEL);
     log4cplus::Logger::getRoot().addAppender(appender);
 }
@@ -117,7 +117,7 @@ void commitFileAppender()
     if (file->hasClosed()) {
         return;
     }
-    if (log4cplus::Logger::getRoot().getAppender(FILE_APPENDER_NAME)) {
+    if (log4cplus::Logger::getRoot().getAppender(kFileAppenderName)) {
         // The commit thread ends here, while log4cplus is whole: otherwise it
         // would go on committing (and end, running log4cplus's per-thread
         // clean-up) in the middle of log4cplus's own teardown, which closes
@@ -132,29 +132,29 @@ void configureLogging()
 {
     log4cplus::Logger::getRoot().setLogLevel(log4cplus::INFO_LOG_LEVEL);
 
-    const char* appenderChoice = readVariable(APPENDER_VARIABLE);
+    const char* appenderChoice = readVariable(kAppenderVariable);
     if (appenderChoice != nullptr) {
-        echoVariable(APPENDER_VARIABLE, appenderChoice);
+        echoVariable(kAppenderVariable, appenderChoice);
     }
     const logging::AppenderSelection selection = logging::parseAppenderSelection(appenderChoice);
 
     if (selection.console) {
         const log4cplus::SharedAppenderPtr& console = getConsoleAppender();
-        console->setName(CONSOLE_APPENDER_NAME);
+        console->setName(kConsoleAppenderName);
         configureAppender(console);
     }
     if (selection.file) {
         const log4cplus::SharedAppenderPtr file(getFileAppender());
-        file->setName(FILE_APPENDER_NAME);
+        file->setName(kFileAppenderName);
         configureAppender(file);
         if (std::atexit(commitFileAppender) != 0) {
             std::puts("Error registering commitFileAppender");
         }
     }
 
-    const char* loggers = readVariable(LOGGERS_VARIABLE);
+    const char* loggers = readVariable(kLoggersVariable);
     if (loggers != nullptr) {
-        echoVariable(LOGGERS_VARIABLE, loggers);
+        echoVariable(kLoggersVariable, loggers);
         applyLoggerLevels(loggers);
     }
 }

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef MERIVAK_LOGGING_LOGCONFIG_H
-#define MERIVAK_LOGGING_LOGCONFIG_H
+#pragma once
 
 // The one-time configuration of log4cplus from the LOG4CPLUS_ environment
 // variables. There is no configuration file: the first log statement of the
@@ -16,7 +15,7 @@ class AsyncRollingFileAppender;
 }
 
 // The record layout of every appender.
-extern const char* const LOG_RECORD_PATTERN;
+extern const char* const kLogRecordPattern;
 
 // Root level INFO; the console and/or file appender as LOG4CPLUS_APPENDER
 // selects; the final commit of the file cache registered with atexit; the
@@ -40,5 +39,3 @@ void configureAppender(const log4cplus::SharedAppenderPtr& appender);
 // appender named "FILE" is gone from the root logger, or once the appender
 // has been closed (log4cplus closes it when it shuts down).
 void commitFileAppender();
-
-#endif

@@ -11,7 +11,7 @@
 
 namespace logging {
 
-const char* const DEFAULT_LOG_DIRECTORY = "/var/lib/vosta/log";
+const char* const kDefaultLogDirectory = "/var/lib/vosta/log";
 
 namespace {
 
@@ -61,7 +61,7 @@ int parseInt32(const char* value)
 long parseFileSize(const char* value)
 {
     if (value == nullptr) {
-        return DEFAULT_FILE_SIZE;
+        return kDefaultFileSize;
     }
     const std::int64_t number = parseInt32(value);
     const std::string units = upperCased(value);
@@ -82,7 +82,7 @@ log4cplus::LogLevel parseLevelWord(const std::string& word)
         const char* lower;
         log4cplus::LogLevel level;
     };
-    static const Word WORDS[] = {
+    static const Word kWords[] = {
         {"OFF", "off", log4cplus::OFF_LOG_LEVEL},       {"FATAL", "fatal", log4cplus::FATAL_LOG_LEVEL},
         {"ERROR", "error", log4cplus::ERROR_LOG_LEVEL}, {"WARN", "warn", log4cplus::WARN_LOG_LEVEL},
         {"INFO", "info", log4cplus::INFO_LOG_LEVEL},    {"DEBUG", "debug", log4cplus::DEBUG_LOG_LEVEL},
@@ -91,7 +91,7 @@ log4cplus::LogLevel parseLevelWord(const std::string& word)
     if (word.empty()) {
         return log4cplus::TRACE_LOG_LEVEL;
     }
-    for (const Word& known : WORDS) {
+    for (const Word& known : kWords) {
         if (word == known.upper || word == known.lower) {
             return known.level;
         }
@@ -101,16 +101,16 @@ log4cplus::LogLevel parseLevelWord(const std::string& word)
 
 std::vector<LoggerLevelSetting> parseLoggerLevels(const std::string& list)
 {
-    static const char* const SEPARATORS = ",;";
+    static const char* const kSeparators = ",;";
     std::vector<LoggerLevelSetting> settings;
-    std::string::size_type begin = list.find_first_not_of(SEPARATORS);
+    std::string::size_type begin = list.find_first_not_of(kSeparators);
     while (begin != std::string::npos) {
-        std::string::size_type end = list.find_first_of(SEPARATORS, begin);
+        std::string::size_type end = list.find_first_of(kSeparators, begin);
         if (end == std::string::npos) {
             end = list.size();
         }
         const std::string entry = list.substr(begin, end - begin);
-        begin = list.find_first_not_of(SEPARATORS, end);
+        begin = list.find_first_not_of(kSeparators, end);
 
         const std::string::size_type nameEnd = entry.find(':');
         const std::string name = entry.substr(0, nameEnd);

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef MERIVAK_LOGGING_LOGSETTINGS_H
-#define MERIVAK_LOGGING_LOGSETTINGS_H
+#pragma once
 
 // The rules that turn the values of the LOG4CPLUS_ environment variables
 // into logging settings. Pure functions of their text arguments: the
@@ -15,10 +14,10 @@
 namespace logging {
 
 // Defaults for variables that are not set.
-extern const char* const DEFAULT_LOG_DIRECTORY;  // "/var/lib/vosta/log"
-constexpr long DEFAULT_FILE_SIZE = 1048576;      // rollover above 1 MiB
-constexpr int DEFAULT_CACHE_ENTRIES = 50;        // records held between commits
-constexpr int DEFAULT_COMMIT_PERIOD_MS = 80;
+extern const char* const kDefaultLogDirectory;  // "/var/lib/vosta/log"
+constexpr long kDefaultFileSize = 1048576;      // rollover above 1 MiB
+constexpr int kDefaultCacheEntries = 50;        // records held between commits
+constexpr int kDefaultCommitPeriodMs = 80;
 
 // Which appenders LOG4CPLUS_APPENDER selects.
 struct AppenderSelection {
@@ -72,5 +71,3 @@ std::vector<LoggerLevelSetting> parseLoggerLevels(const std::string& list);
 std::string logFileNameForExecutable(const std::string& executablePath);
 
 }  // namespace logging
-
-#endif

@@ -31,7 +31,7 @@ const long ROLLOVER_SIZE = 1048576;
 
 void attach(const char* loggerName, log4cplus::SharedAppenderPtr appender)
 {
-    appender->setLayout(std::make_unique<log4cplus::PatternLayout>(LOG_RECORD_PATTERN));
+    appender->setLayout(std::make_unique<log4cplus::PatternLayout>(kLogRecordPattern));
     appender->setThreshold(log4cplus::TRACE_LOG_LEVEL);
     log4cplus::Logger logger = log4cplus::Logger::getInstance(loggerName);
     logger.setAdditivity(false);

@@ -25,21 +25,22 @@ constexpr ChipProfile kW25q16jv = {
     {5 * kS, 25 * kS},        // chip erase
 };
 
+// base under another profile name, with another chip erase time.
+constexpr ChipProfile withChipErase(ChipProfile base, const char* name, std::int64_t chipEraseNs)
+{
+    bool ended = false;
+    for (char& letter : base.name) {
+        ended = ended || *name == '\0';
+        letter = ended ? '\0' : *name++;
+    }
+    base.chipEraseNs[0] = chipEraseNs;
+    base.chipEraseNs[1] = chipEraseNs;
+    return base;
+}
+
 // The same part with a chip erase that outlasts the tool's ten readiness
 // waits (10 x (3125 polls + 1 s sleep), about 10.7 s of board time).
-constexpr ChipProfile kSlowErase = {
-    "slow-erase",
-    "W25Q16JV",
-    2 * 1024 * 1024,
-    256,
-    {0xEF, 0x40, 0x15},
-    0x14,
-    {400000, 3 * kMs},
-    {45 * kMs, 400 * kMs},
-    {120 * kMs, 1600 * kMs},
-    {150 * kMs, 2000 * kMs},
-    {40 * kS, 40 * kS},
-};
+constexpr ChipProfile kSlowErase = withChipErase(kW25q16jv, "slow-erase", 40 * kS);
 
 constexpr const ChipProfile* kProfiles[] = {&kW25q16jv, &kSlowErase};
 

@@ -24,46 +24,45 @@ void JsonWriter::separate(const char* key)
     }
 }
 
-JsonWriter& JsonWriter::beginObject(const char* key)
+JsonWriter& JsonWriter::open(const char* key, char bracket, bool array)
 {
     separate(key);
-    m_text += '{';
+    m_text += bracket;
     if (m_depth < kMaxDepth) {
         m_first[m_depth] = true;
-        m_inArray[m_depth] = false;
+        m_inArray[m_depth] = array;
         ++m_depth;
     }
     return *this;
+}
+
+JsonWriter& JsonWriter::close(char bracket)
+{
+    m_text += bracket;
+    if (m_depth > 0) {
+        --m_depth;
+    }
+    return *this;
+}
+
+JsonWriter& JsonWriter::beginObject(const char* key)
+{
+    return open(key, '{', false);
 }
 
 JsonWriter& JsonWriter::endObject()
 {
-    m_text += '}';
-    if (m_depth > 0) {
-        --m_depth;
-    }
-    return *this;
+    return close('}');
 }
 
 JsonWriter& JsonWriter::beginArray(const char* key)
 {
-    separate(key);
-    m_text += '[';
-    if (m_depth < kMaxDepth) {
-        m_first[m_depth] = true;
-        m_inArray[m_depth] = true;
-        ++m_depth;
-    }
-    return *this;
+    return open(key, '[', true);
 }
 
 JsonWriter& JsonWriter::endArray()
 {
-    m_text += ']';
-    if (m_depth > 0) {
-        --m_depth;
-    }
-    return *this;
+    return close(']');
 }
 
 JsonWriter& JsonWriter::number(const char* key, std::int64_t value)

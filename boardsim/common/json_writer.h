@@ -34,6 +34,9 @@ public:
 
 private:
     void separate(const char* key);
+    // A nested object or array: its opening or closing bracket.
+    JsonWriter& open(const char* key, char bracket, bool array);
+    JsonWriter& close(char bracket);
 
     static constexpr int kMaxDepth = 16;
     std::string m_text;

@@ -23,6 +23,8 @@ constexpr std::uint32_t kRunVersion = 1;
 
 constexpr std::size_t kPathCapacity = 4096;
 constexpr std::size_t kDevicePathCapacity = 512;
+// The state folder's stand-in for /run/lock.
+constexpr char kLockFolderName[] = "run-lock";
 constexpr int kMaxSpidevPaths = 8;
 constexpr int kMaxMsgFaults = 64;
 constexpr int kMaxFlips = 64;
@@ -69,6 +71,7 @@ struct MsgFault {
 struct FlipFault {
     std::uint32_t address;
     std::uint8_t mask;
+    std::uint64_t onlyMessage;  // 1-based SPI_IOC_MESSAGE count; 0: every read
 };
 
 struct Faults {
@@ -90,6 +93,13 @@ struct EdgeEvent {
     std::uint8_t level;
 };
 
+// A signal the program sends itself (process-directed, as kill(1) would)
+// when it submits its Nth SPI_IOC_MESSAGE; signal 0: none.
+struct SignalInjection {
+    std::int32_t signal;
+    std::uint64_t atMessage;  // 1-based, counted like MsgFault::index
+};
+
 struct RunConfig {
     ChipProfile profile;
     std::uint8_t useMaxTiming;
@@ -100,6 +110,7 @@ struct RunConfig {
     Faults faults;
     std::uint32_t edgeCount;
     EdgeEvent edges[kMaxEdges];  // sorted by time
+    SignalInjection signalInjection;
 };
 
 // The flash chip's registers and the command frame that chip select delimits.

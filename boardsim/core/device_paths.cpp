@@ -13,6 +13,9 @@ namespace {
 
 constexpr char kGpioRoot[] = "/sys/class/gpio";
 constexpr char kMelodyPath[] = "/dev/mldalm";
+// Each board has its own lock folder, so that runs on two simulated boards,
+// which both see /dev/spidev0.0, do not lock each other out.
+constexpr char kLockRoot[] = "/run/lock";
 
 // "rest" is what follows the tree root: "", "/export", "/gpio48/value"...
 DevicePath classifyGpio(const std::string& rest)
@@ -67,7 +70,8 @@ bool underRoot(const std::string& path, const std::string& root, std::string& re
 }  // namespace
 
 DevicePaths::DevicePaths(const RunConfig& config)
-    : m_config(config), m_tree(normalise((std::string(config.stateDir) + "/gpio").c_str()))
+    : m_config(config), m_tree(normalise((std::string(config.stateDir) + "/gpio").c_str())),
+      m_lockTree(normalise((std::string(config.stateDir) + "/" + kLockFolderName).c_str()))
 {
 }
 
@@ -113,12 +117,17 @@ DevicePath DevicePaths::classify(const char* path) const
     if (underRoot(full, kGpioRoot, rest) || underRoot(full, m_tree, rest)) {
         return classifyGpio(rest);
     }
+    if (underRoot(full, kLockRoot, rest)) {
+        result.kind = PathKind::kLockRedirect;
+        result.relative = rest.empty() ? std::string() : rest.substr(1);
+    }
     return result;
 }
 
 std::string DevicePaths::backing(const DevicePath& path) const
 {
-    return path.relative.empty() ? m_tree : m_tree + "/" + path.relative;
+    const std::string& root = path.kind == PathKind::kLockRedirect ? m_lockTree : m_tree;
+    return path.relative.empty() ? root : root + "/" + path.relative;
 }
 
 }  // namespace boardsim

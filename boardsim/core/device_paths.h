@@ -18,6 +18,7 @@ enum class PathKind {
     kGpioAttribute,  // gpioN/value, direction, active_low, edge
     kGpioLineOther,  // gpioN/<anything else>
     kGpioRedirect,   // the tree itself, a line folder, or other names in it
+    kLockRedirect,   // /run/lock and what is in it: the board's own lock folder
 };
 
 struct DevicePath {
@@ -34,7 +35,7 @@ public:
     // Classifies path; relative paths are taken against the working folder.
     DevicePath classify(const char* path) const;
 
-    // The state-folder path behind a /sys/class/gpio path.
+    // The state-folder path behind a /sys/class/gpio or /run/lock path.
     std::string backing(const DevicePath& path) const;
 
     // Lexically normalised absolute path ("." and ".." and "//" resolved).
@@ -42,7 +43,8 @@ public:
 
 private:
     const RunConfig& m_config;
-    std::string m_tree;  // state folder's gpio tree
+    std::string m_tree;      // state folder's gpio tree
+    std::string m_lockTree;  // state folder's run-lock folder
 };
 
 }  // namespace boardsim

@@ -269,7 +269,10 @@ void FlashChip::readData(std::uint8_t* rx, std::uint32_t len)
     const Faults& faults = m_board.config().faults;
     for (std::uint32_t f = 0; f < faults.flipCount; ++f) {
         const FlipFault& flip = faults.flips[f];
-        if (flip.address >= capacity) {
+        // A flip bound to one message models a transient read error: the
+        // same byte read again later comes back right.
+        if (flip.address >= capacity ||
+            (flip.onlyMessage != 0 && flip.onlyMessage != m_board.run().counters.ioctlMessages)) {
             continue;
         }
         for (std::uint64_t offset = (flip.address + capacity - start) % capacity; offset < len; offset += capacity) {
@@ -362,79 +365,86 @@ void FlashChip::deselect(std::int64_t timeNs)
         return;
     }
     const std::uint8_t opcode = m_chip.opcode;
-    const char* effect = "unsupported";
-    char detail[120];
     if (m_chip.ignored == kNotDecoded) {
-        effect = "not-decoded";
-    } else if (m_chip.ignored == kIgnoredBusy) {
-        effect = "ignored-busy";
+        traceCommand(timeNs, "not-decoded");
+        return;
+    }
+    if (m_chip.ignored == kIgnoredBusy) {
+        char detail[120];
         std::snprintf(detail, sizeof detail, "%s (0x%02X) sent while the flash is busy", flashCommandName(opcode),
                       opcode);
-        traceCommand(timeNs, effect);
+        traceCommand(timeNs, "ignored-busy");
         m_board.addViolation(timeNs, kBusyCommand, detail);
         return;
-    } else {
-        const Layout layout = layoutOf(opcode);
-        const std::uint32_t header = 1 + layout.addressBytes + layout.dummyBytes;
-        switch (opcode) {
-        case kReadStatus:
-            ++m_board.run().counters.statusPolls;
-            effect = "status";
-            break;
-        case kWriteEnable:
-        case kWriteDisable:
-            // Executed only when chip select goes high right after the opcode.
-            if (m_chip.count != 1) {
-                effect = "incomplete";
-            } else {
-                m_chip.writeEnabled = opcode == kWriteEnable ? 1 : 0;
-                effect = opcode == kWriteEnable ? "latched" : "unlatched";
-            }
-            break;
-        case kReadData:
-        case kFastRead:
-            effect = m_chip.count >= header ? "read" : "incomplete";
-            if (m_chip.dataBytes > 0) {
-                ++m_board.run().counters.reads;
-            }
-            break;
-        case kPageProgram:
-        case kSectorErase:
-        case kBlockErase32:
-        case kBlockErase64:
-        case kChipErase:
-        case kChipErase2: {
-            // A program needs at least one data byte; an erase must end right
-            // after its last address byte (or its opcode).
-            const bool complete = opcode == kPageProgram ? m_chip.count > header : m_chip.count == header;
-            if (!complete) {
-                effect = "incomplete";
-            } else if (m_chip.writeEnabled == 0) {
-                effect = "no-latch";
-                if (hasAddress(opcode)) {
-                    std::snprintf(detail, sizeof detail, "%s at 0x%06X without Write Enable", flashCommandName(opcode),
-                                  m_chip.address);
-                } else {
-                    std::snprintf(detail, sizeof detail, "%s without Write Enable", flashCommandName(opcode));
-                }
-                traceCommand(timeNs, effect);
-                m_board.addViolation(timeNs, kNoLatch, detail);
-                return;
-            } else {
-                effect = opcode == kPageProgram ? program(timeNs) : erase(opcode, timeNs);
-            }
-            break;
-        }
-        case kJedecId:
-        case kManufacturerDeviceId:
-        case kReleasePowerDownId:
-            effect = "id";
-            break;
-        default:
-            break;
-        }
     }
-    traceCommand(timeNs, effect);
+    const char* effect = execute(opcode, timeNs);
+    if (effect != nullptr) {
+        traceCommand(timeNs, effect);
+    }
+}
+
+// The command ends with chip select going high. Returns its effect for the
+// trace, or nullptr when it was refused and already reported.
+const char* FlashChip::execute(std::uint8_t opcode, std::int64_t timeNs)
+{
+    const Layout layout = layoutOf(opcode);
+    const std::uint32_t header = 1 + layout.addressBytes + layout.dummyBytes;
+    switch (opcode) {
+    case kReadStatus:
+        ++m_board.run().counters.statusPolls;
+        return "status";
+    case kWriteEnable:
+    case kWriteDisable:
+        // Executed only when chip select goes high right after the opcode.
+        if (m_chip.count != 1) {
+            return "incomplete";
+        }
+        m_chip.writeEnabled = opcode == kWriteEnable ? 1 : 0;
+        return opcode == kWriteEnable ? "latched" : "unlatched";
+    case kReadData:
+    case kFastRead:
+        if (m_chip.dataBytes > 0) {
+            ++m_board.run().counters.reads;
+        }
+        return m_chip.count >= header ? "read" : "incomplete";
+    case kPageProgram:
+    case kSectorErase:
+    case kBlockErase32:
+    case kBlockErase64:
+    case kChipErase:
+    case kChipErase2: {
+        // A program needs at least one data byte; an erase must end right
+        // after its last address byte (or its opcode).
+        const bool complete = opcode == kPageProgram ? m_chip.count > header : m_chip.count == header;
+        if (!complete) {
+            return "incomplete";
+        }
+        if (m_chip.writeEnabled == 0) {
+            reportNoLatch(opcode, timeNs);
+            return nullptr;
+        }
+        return opcode == kPageProgram ? program(timeNs) : erase(opcode, timeNs);
+    }
+    case kJedecId:
+    case kManufacturerDeviceId:
+    case kReleasePowerDownId:
+        return "id";
+    default:
+        return "unsupported";
+    }
+}
+
+void FlashChip::reportNoLatch(std::uint8_t opcode, std::int64_t timeNs)
+{
+    char detail[120];
+    if (hasAddress(opcode)) {
+        std::snprintf(detail, sizeof detail, "%s at 0x%06X without Write Enable", flashCommandName(opcode),
+                      m_chip.address);
+    } else {
+        std::snprintf(detail, sizeof detail, "%s without Write Enable", flashCommandName(opcode));
+    }
+    traceCommand(timeNs, "no-latch");
+    m_board.addViolation(timeNs, kNoLatch, detail);
 }
 
 void FlashChip::traceCommand(std::int64_t timeNs, const char* effect)

@@ -35,6 +35,8 @@ private:
     void startCommand(std::uint8_t opcode, std::int64_t timeNs);
     void dataPhase(const std::uint8_t* tx, std::uint8_t* rx, std::uint32_t len, std::int64_t timeNs);
     void readData(std::uint8_t* rx, std::uint32_t len);
+    const char* execute(std::uint8_t opcode, std::int64_t timeNs);
+    void reportNoLatch(std::uint8_t opcode, std::int64_t timeNs);
     const char* program(std::int64_t timeNs);
     const char* erase(std::uint8_t opcode, std::int64_t timeNs);
     void startBusy(std::int64_t timeNs, const std::int64_t* durations);

@@ -68,11 +68,7 @@ int MelodyDevice::ioctl(int fd, unsigned long request, const void* argument, int
         event.unsignedNumber("request", request);
         event.hex("bytes", name != nullptr ? bytes : nullptr, _IOC_SIZE(request));
         event.number("result", result);
-        if (err != 0) {
-            event.string("errno", errnoName(err));
-        } else {
-            event.null("errno");
-        }
+        Trace::putErrno(event, err);
         trace.emit(event);
     }
     if (err == 0 && request == kStartStopRequest) {

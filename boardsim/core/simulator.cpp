@@ -29,15 +29,6 @@ std::string executablePath()
     return length > 0 ? std::string(buffer, static_cast<std::size_t>(length)) : std::string();
 }
 
-void putErrno(JsonWriter& event, int err)
-{
-    if (err != 0) {
-        event.string("errno", errnoName(err));
-    } else {
-        event.null("errno");
-    }
-}
-
 std::int64_t toNanoseconds(const timespec& time)
 {
     return static_cast<std::int64_t>(time.tv_sec) * 1000000000LL + time.tv_nsec;
@@ -151,7 +142,7 @@ void Simulator::traceOpen(const char* name, const DevicePath& path, int flags, i
         event.number("flags", flags);
     }
     event.number("fd", result).number("result", result);
-    putErrno(event, err);
+    Trace::putErrno(event, err);
     trace.emit(event);
 }
 
@@ -253,7 +244,7 @@ int Simulator::openGpio(const DevicePath& path, int flags, int& err)
 bool Simulator::redirect(const char* path, std::string& target) const
 {
     const DevicePath device = m_paths.classify(path);
-    if (device.kind != PathKind::kGpioRedirect) {
+    if (device.kind != PathKind::kGpioRedirect && device.kind != PathKind::kLockRedirect) {
         return false;
     }
     target = m_paths.backing(device);
@@ -288,28 +279,27 @@ Simulator::StatTarget Simulator::statTarget(const char* path, std::string& targe
     }
 }
 
-Simulator::OpenOutcome Simulator::open(const char* path, int flags, mode_t mode, int& result, int& err,
-                                       std::string& redirect)
+Simulator::Opened Simulator::open(const char* path, int flags, mode_t mode)
 {
     (void)mode;  // nothing is ever created at a simulated path
     const DevicePath device = m_paths.classify(path);
     if (device.kind == PathKind::kNone) {
-        return OpenOutcome::kPassThrough;
+        return {OpenOutcome::kPassThrough, -1, 0, std::string()};
     }
-    if (device.kind == PathKind::kGpioRedirect) {
-        redirect = m_paths.backing(device);
-        return OpenOutcome::kRedirect;
+    if (device.kind == PathKind::kGpioRedirect || device.kind == PathKind::kLockRedirect) {
+        return {OpenOutcome::kRedirect, -1, 0, m_paths.backing(device)};
     }
     BoardLock lock(*m_board);
-    err = 0;
+    int err = 0;
+    int fd = -1;
     if (device.kind == PathKind::kSpidev || device.kind == PathKind::kMelody) {
-        result = openDevice(device, flags, err);
-        traceOpen(device.kind == PathKind::kSpidev ? "spi_open" : "melody_open", device, flags, result, err);
+        fd = openDevice(device, flags, err);
+        traceOpen(device.kind == PathKind::kSpidev ? "spi_open" : "melody_open", device, flags, fd, err);
     } else {
-        result = openGpio(device, flags, err);
-        traceOpen("gpio_open", device, flags, result, err);
+        fd = openGpio(device, flags, err);
+        traceOpen("gpio_open", device, flags, fd, err);
     }
-    return OpenOutcome::kDone;
+    return {OpenOutcome::kDone, fd, err, std::string()};
 }
 
 bool Simulator::close(int fd)
@@ -332,50 +322,57 @@ bool Simulator::close(int fd)
     return true;
 }
 
-template <typename SpidevIo, typename GpioIo>
-bool Simulator::transfer(int fd, int refusedAccess, ssize_t& result, int& err, SpidevIo spidev, GpioIo gpio)
+// Runs serve on the simulated file behind fd under the board lock; nothing
+// when fd is not simulated (or, checked, no longer refers to its file).
+template <typename Serve>
+auto Simulator::onFile(int fd, bool checked, Serve serve) -> decltype(serve(std::declval<OpenFile&>()))
 {
     if (m_files.peek(fd) == nullptr) {
-        return false;
+        return std::nullopt;
     }
     BoardLock lock(*m_board);
-    OpenFile* file = currentChecked(fd);
+    OpenFile* file = checked ? currentChecked(fd) : current(fd);
     if (file == nullptr) {
-        return false;
+        return std::nullopt;
     }
-    err = 0;
-    if (file->access == refusedAccess) {
-        err = EBADF;
-        result = -1;
-        return true;
-    }
-    switch (file->kind) {
-    case FileKind::kSpidev:
-        result = spidev();
-        break;
-    case FileKind::kMelody:
-        err = EINVAL;
-        result = -1;
-        break;
-    default:
-        result = gpio(*file);
-        break;
-    }
-    return true;
+    return serve(*file);
 }
 
-bool Simulator::read(int fd, void* buffer, std::size_t count, ssize_t& result, int& err)
+template <typename SpidevIo, typename GpioIo>
+std::optional<Served<ssize_t>> Simulator::transfer(int fd, int refusedAccess, SpidevIo spidev, GpioIo gpio)
 {
-    return transfer(
-        fd, O_WRONLY, result, err, [&] { return m_bus.read(fd, buffer, count, err); },
-        [&](OpenFile& file) { return readGpio(file, buffer, count, err); });
+    return onFile(fd, true, [&](OpenFile& file) -> std::optional<Served<ssize_t>> {
+        if (file.access == refusedAccess) {
+            return Served<ssize_t>{-1, EBADF};
+        }
+        int err = 0;
+        switch (file.kind) {
+        case FileKind::kSpidev: {
+            const ssize_t result = spidev(err);
+            return Served<ssize_t>{result, err};
+        }
+        case FileKind::kMelody:
+            return Served<ssize_t>{-1, EINVAL};
+        default: {
+            const ssize_t result = gpio(file, err);
+            return Served<ssize_t>{result, err};
+        }
+        }
+    });
 }
 
-bool Simulator::write(int fd, const void* buffer, std::size_t count, ssize_t& result, int& err)
+std::optional<Served<ssize_t>> Simulator::read(int fd, void* buffer, std::size_t count)
 {
     return transfer(
-        fd, O_RDONLY, result, err, [&] { return m_bus.write(fd, buffer, count, err); },
-        [&](OpenFile& file) { return writeGpio(file, buffer, count, err); });
+        fd, O_WRONLY, [&](int& err) { return m_bus.read(fd, buffer, count, err); },
+        [&](OpenFile& file, int& err) { return readGpio(file, buffer, count, err); });
+}
+
+std::optional<Served<ssize_t>> Simulator::write(int fd, const void* buffer, std::size_t count)
+{
+    return transfer(
+        fd, O_RDONLY, [&](int& err) { return m_bus.write(fd, buffer, count, err); },
+        [&](OpenFile& file, int& err) { return writeGpio(file, buffer, count, err); });
 }
 
 ssize_t Simulator::readGpio(OpenFile& file, void* buffer, std::size_t count, int& err)
@@ -435,67 +432,49 @@ ssize_t Simulator::writeGpio(OpenFile& file, const void* buffer, std::size_t cou
     return err == 0 ? static_cast<ssize_t>(count) : -1;
 }
 
-bool Simulator::seek(int fd, off_t offset, int whence, off_t& result, int& err)
+std::optional<Served<off_t>> Simulator::seek(int fd, off_t offset, int whence)
 {
-    if (m_files.peek(fd) == nullptr) {
-        return false;
-    }
-    BoardLock lock(*m_board);
-    OpenFile* file = currentChecked(fd);
-    if (file == nullptr) {
-        return false;
-    }
-    err = 0;
-    result = -1;
-    if (file->kind == FileKind::kSpidev || file->kind == FileKind::kMelody) {
-        err = ESPIPE;
-        return true;
-    }
-    std::int64_t position = -1;
-    if (whence == SEEK_SET) {
-        position = offset;
-    } else if (whence == SEEK_CUR) {
-        position = file->offset + offset;
-    } else if (whence == SEEK_END) {
-        position = kSysfsFileSize + offset;
-    }
-    if (position < 0) {
-        err = EINVAL;
-        return true;
-    }
-    file->offset = position;
-    result = static_cast<off_t>(position);
-    return true;
+    return onFile(fd, true, [&](OpenFile& file) -> std::optional<Served<off_t>> {
+        if (file.kind == FileKind::kSpidev || file.kind == FileKind::kMelody) {
+            return Served<off_t>{-1, ESPIPE};
+        }
+        std::int64_t position = -1;
+        if (whence == SEEK_SET) {
+            position = offset;
+        } else if (whence == SEEK_CUR) {
+            position = file.offset + offset;
+        } else if (whence == SEEK_END) {
+            position = kSysfsFileSize + offset;
+        }
+        if (position < 0) {
+            return Served<off_t>{-1, EINVAL};
+        }
+        file.offset = position;
+        return Served<off_t>{static_cast<off_t>(position), 0};
+    });
 }
 
-bool Simulator::ioctl(int fd, unsigned long request, void* argument, int& result, int& err)
+std::optional<Served<int>> Simulator::ioctl(int fd, unsigned long request, void* argument)
 {
-    if (m_files.peek(fd) == nullptr) {
-        return false;
-    }
-    BoardLock lock(*m_board);
-    OpenFile* file = current(fd);
-    if (file == nullptr) {
-        return false;
-    }
-    bool handled = false;
-    err = 0;
-    if (file->kind == FileKind::kSpidev) {
-        result = m_bus.ioctl(fd, request, argument, err, handled);
-    } else if (file->kind == FileKind::kMelody) {
-        result = m_melody.ioctl(fd, request, argument, err, handled);
-    }
-    if (handled) {
-        return true;
-    }
-    // Requests the VFS answers for every file go to the real descriptor;
-    // anything else is not a request of these devices.
-    if (request == FIOCLEX || request == FIONCLEX || request == FIONBIO || request == FIOASYNC) {
-        return false;
-    }
-    result = -1;
-    err = ENOTTY;
-    return true;
+    return onFile(fd, false, [&](OpenFile& file) -> std::optional<Served<int>> {
+        bool handled = false;
+        int err = 0;
+        int result = 0;
+        if (file.kind == FileKind::kSpidev) {
+            result = m_bus.ioctl(fd, request, argument, err, handled);
+        } else if (file.kind == FileKind::kMelody) {
+            result = m_melody.ioctl(fd, request, argument, err, handled);
+        }
+        if (handled) {
+            return Served<int>{result, err};
+        }
+        // Requests the VFS answers for every file go to the real descriptor;
+        // anything else is not a request of these devices.
+        if (request == FIOCLEX || request == FIONCLEX || request == FIONBIO || request == FIOASYNC) {
+            return std::nullopt;
+        }
+        return Served<int>{-1, ENOTTY};
+    });
 }
 
 bool Simulator::deviceRequest(unsigned long request)
@@ -514,161 +493,209 @@ short Simulator::readiness(const OpenFile& file, short events) const
     return static_cast<short>(mask & (events | POLLERR | POLLHUP));
 }
 
-bool Simulator::poll(pollfd* fds, nfds_t count, const timespec* timeout, const sigset_t* mask, int& result, int& err)
+// The real descriptors of a poll set that also holds simulated ones, with
+// their places in the caller's set.
+class Simulator::RealPollSet {
+public:
+    RealPollSet(pollfd* fds, nfds_t count, const OpenFiles& files, const sigset_t* mask) : m_fds(fds), m_mask(mask)
+    {
+        for (nfds_t i = 0; i < count; ++i) {
+            if (files.peek(fds[i].fd) == nullptr) {
+                m_real.push_back(fds[i]);
+                m_index.push_back(i);
+            }
+        }
+    }
+
+    bool empty() const { return m_real.empty(); }
+
+    // ppoll on the real descriptors (no call at all for none and a zero
+    // wait); their results go back into the caller's set when any is ready.
+    int poll(const timespec* wait)
+    {
+        int ready = 0;
+        const bool zeroWait = wait != nullptr && wait->tv_sec == 0 && wait->tv_nsec == 0;
+        if (!m_real.empty() || !zeroWait) {
+            timespec copy = wait != nullptr ? *wait : timespec{};
+            ready = static_cast<int>(syscall(SYS_ppoll, m_real.empty() ? nullptr : m_real.data(), m_real.size(),
+                                             wait != nullptr ? &copy : nullptr, m_mask, _NSIG / 8));
+        }
+        if (ready > 0) {
+            for (std::size_t k = 0; k < m_real.size(); ++k) {
+                m_fds[m_index[k]].revents = m_real[k].revents;
+            }
+        }
+        return ready;
+    }
+
+private:
+    pollfd* m_fds;
+    const sigset_t* m_mask;
+    std::vector<pollfd> m_real;
+    std::vector<nfds_t> m_index;
+};
+
+namespace {
+
+bool validTimeout(const timespec* timeout)
+{
+    return timeout == nullptr || (timeout->tv_sec >= 0 && timeout->tv_nsec >= 0 && timeout->tv_nsec < 1000000000L);
+}
+
+}  // namespace
+
+int Simulator::markSimulated(pollfd* fds, nfds_t count, PollWatch& watch) const
+{
+    int ready = 0;
+    for (nfds_t i = 0; i < count; ++i) {
+        const OpenFile* file = m_files.peek(fds[i].fd);
+        if (file == nullptr) {
+            continue;
+        }
+        if (file->kind == FileKind::kGpioAttribute && file->attribute == GpioAttribute::kValue) {
+            watch.line = file->line;
+            watch.gone = watch.gone || m_gpio.generation(file->line) != file->generation;
+        }
+        fds[i].revents = readiness(*file, fds[i].events);
+        if (fds[i].revents != 0) {
+            ++ready;
+        }
+    }
+    return ready;
+}
+
+std::int64_t Simulator::nextWatchedEdge(const pollfd* fds, nfds_t count) const
+{
+    std::int64_t next = -1;
+    for (nfds_t i = 0; i < count; ++i) {
+        const OpenFile* file = m_files.peek(fds[i].fd);
+        if (file != nullptr && file->line >= 0) {
+            const std::int64_t edge = m_board->nextEdgeTime(file->line);
+            if (edge >= 0 && (next < 0 || edge < next)) {
+                next = edge;
+            }
+        }
+    }
+    return next;
+}
+
+// Another thread, or real descriptors to wait for: the wait is real; the
+// simulated files are looked at again after it.
+Simulator::PollOutcome Simulator::waitReal(pollfd* fds, nfds_t count, RealPollSet& real, const timespec* timeout)
+{
+    const int waited = real.poll(timeout);
+    BoardLock lock(*m_board);
+    if (waited < 0) {
+        return {-1, errno, "error"};
+    }
+    int result = waited;
+    for (nfds_t i = 0; i < count; ++i) {
+        const OpenFile* file = m_files.peek(fds[i].fd);
+        if (file != nullptr) {
+            fds[i].revents = readiness(*file, fds[i].events);
+            result += fds[i].revents != 0 ? 1 : 0;
+        }
+    }
+    return {result, 0, result > 0 ? "edge" : "timeout"};
+}
+
+// Main thread, simulated files only: time moves on to the next scripted edge
+// of a watched line, up to the deadline. False when it moved to an edge and
+// the files are to be looked at again; true with the poll's outcome
+// otherwise.
+bool Simulator::waitVirtual(const pollfd* fds, nfds_t count, std::int64_t deadline, const sigset_t* mask,
+                            PollOutcome& outcome)
+{
+    {
+        BoardLock lock(*m_board);
+        const std::int64_t next = nextWatchedEdge(fds, count);
+        if (next >= 0 && (deadline < 0 || next <= deadline)) {
+            m_board->advanceTo(next);
+            return false;
+        }
+        if (deadline >= 0) {
+            m_board->advanceTo(deadline);
+            outcome = {0, 0, "timeout"};
+            return true;
+        }
+    }
+    // No timeout and nothing will ever happen: block until a signal, as the
+    // real wait would.
+    const int waited = static_cast<int>(syscall(SYS_ppoll, nullptr, 0, nullptr, mask, _NSIG / 8));
+    const int err = waited < 0 ? errno : 0;
+    outcome = {-1, err == 0 ? EINTR : err, "forever"};
+    return true;
+}
+
+void Simulator::tracePoll(const PollWatch& watch, std::int64_t timeoutNs, const char* outcome)
+{
+    Trace& trace = m_board->trace();
+    if (!trace.enabled() || watch.line < 0) {
+        return;
+    }
+    JsonWriter event = Trace::event(m_board->now(), "gpio_poll");
+    event.number("line", watch.line);
+    if (timeoutNs >= 0) {
+        event.number("timeout_ns", timeoutNs);
+    } else {
+        event.null("timeout_ns");
+    }
+    event.string("result", outcome);
+    trace.emit(event);
+}
+
+std::optional<Served<int>> Simulator::poll(pollfd* fds, nfds_t count, const timespec* timeout, const sigset_t* mask)
 {
     bool any = false;
     for (nfds_t i = 0; i < count && !any; ++i) {
         any = m_files.peek(fds[i].fd) != nullptr;
     }
     if (!any) {
-        return false;
+        return std::nullopt;
     }
-    err = 0;
-    if (timeout != nullptr && (timeout->tv_sec < 0 || timeout->tv_nsec < 0 || timeout->tv_nsec >= 1000000000L)) {
-        err = EINVAL;
-        result = -1;
-        return true;
+    if (!validTimeout(timeout)) {
+        return Served<int>{-1, EINVAL};
     }
-
-    // The real descriptors of the set, polled without waiting.
-    std::vector<pollfd> real;
-    std::vector<nfds_t> realIndex;
-    for (nfds_t i = 0; i < count; ++i) {
-        if (m_files.peek(fds[i].fd) == nullptr) {
-            real.push_back(fds[i]);
-            realIndex.push_back(i);
-        }
-    }
-    auto pollReal = [&](const timespec* wait) {
-        int ready = 0;
-        const bool zeroWait = wait != nullptr && wait->tv_sec == 0 && wait->tv_nsec == 0;
-        if (!real.empty() || !zeroWait) {
-            timespec copy = wait != nullptr ? *wait : timespec{};
-            ready = static_cast<int>(syscall(SYS_ppoll, real.empty() ? nullptr : real.data(), real.size(),
-                                             wait != nullptr ? &copy : nullptr, mask, _NSIG / 8));
-        }
-        if (ready > 0) {
-            for (std::size_t k = 0; k < real.size(); ++k) {
-                fds[realIndex[k]].revents = real[k].revents;
-            }
-        }
-        return ready;
-    };
+    RealPollSet real(fds, count, m_files, mask);
     const timespec zero{};
-
-    const bool main = isMainThread();
+    const bool waitIsReal = !isMainThread() || !real.empty();
     const std::int64_t timeoutNs = timeout != nullptr ? toNanoseconds(*timeout) : -1;
-    const char* outcome = "timeout";
-    int watchedLine = -1;
-    bool gone = false;
-
-    m_board->lock();
-    const std::int64_t deadline = timeoutNs >= 0 ? m_board->now() + timeoutNs : -1;
+    std::int64_t deadline = -1;
+    {
+        BoardLock lock(*m_board);
+        deadline = timeoutNs >= 0 ? m_board->now() + timeoutNs : -1;
+    }
+    PollWatch watch;
+    PollOutcome outcome{0, 0, "timeout"};
     for (;;) {
         int ready = 0;
-        for (nfds_t i = 0; i < count; ++i) {
-            const OpenFile* file = m_files.peek(fds[i].fd);
-            if (file == nullptr) {
-                continue;
-            }
-            if (file->kind == FileKind::kGpioAttribute && file->attribute == GpioAttribute::kValue) {
-                watchedLine = file->line;
-                gone = gone || m_gpio.generation(file->line) != file->generation;
-            }
-            fds[i].revents = readiness(*file, fds[i].events);
-            if (fds[i].revents != 0) {
-                ++ready;
-            }
+        {
+            BoardLock lock(*m_board);
+            ready = markSimulated(fds, count, watch);
         }
-        m_board->unlock();
-        const int realReady = pollReal(&zero);
+        const int realReady = real.poll(&zero);
         if (realReady < 0) {
-            err = errno;
-            result = -1;
-            return true;
+            return Served<int>{-1, errno};
         }
         ready += realReady;
-        m_board->lock();
         if (ready > 0) {
-            result = ready;
-            outcome = gone ? "gone" : "edge";
+            outcome = {ready, 0, watch.gone ? "gone" : "edge"};
             break;
         }
         if (timeoutNs == 0) {
-            result = 0;
             break;
         }
-        if (!main || !real.empty()) {
-            // Another thread, or real descriptors to wait for: the wait is
-            // real; the simulated files are looked at again after it.
-            m_board->unlock();
-            const int waited = pollReal(timeout);
-            m_board->lock();
-            if (waited < 0) {
-                err = errno;
-                result = -1;
-                outcome = "error";
-                break;
-            }
-            result = waited;
-            for (nfds_t i = 0; i < count; ++i) {
-                const OpenFile* file = m_files.peek(fds[i].fd);
-                if (file != nullptr) {
-                    fds[i].revents = readiness(*file, fds[i].events);
-                    result += fds[i].revents != 0 ? 1 : 0;
-                }
-            }
-            outcome = result > 0 ? "edge" : "timeout";
+        if (waitIsReal) {
+            outcome = waitReal(fds, count, real, timeout);
             break;
         }
-        // Main thread, simulated files only: wait in virtual time for the
-        // next scripted edge of a watched line, up to the deadline.
-        std::int64_t next = -1;
-        for (nfds_t i = 0; i < count; ++i) {
-            const OpenFile* file = m_files.peek(fds[i].fd);
-            if (file != nullptr && file->line >= 0) {
-                const std::int64_t edge = m_board->nextEdgeTime(file->line);
-                if (edge >= 0 && (next < 0 || edge < next)) {
-                    next = edge;
-                }
-            }
-        }
-        if (next >= 0 && (deadline < 0 || next <= deadline)) {
-            m_board->advanceTo(next);
-            continue;
-        }
-        if (deadline >= 0) {
-            m_board->advanceTo(deadline);
-            result = 0;
+        if (waitVirtual(fds, count, deadline, mask, outcome)) {
             break;
         }
-        // No timeout and nothing will ever happen: block until a signal, as
-        // the real wait would.
-        outcome = "forever";
-        m_board->unlock();
-        const int waited = static_cast<int>(syscall(SYS_ppoll, nullptr, 0, nullptr, mask, _NSIG / 8));
-        err = waited < 0 ? errno : 0;
-        m_board->lock();
-        result = -1;
-        if (err == 0) {
-            err = EINTR;
-        }
-        break;
     }
-    Trace& trace = m_board->trace();
-    if (trace.enabled() && watchedLine >= 0) {
-        JsonWriter event = Trace::event(m_board->now(), "gpio_poll");
-        event.number("line", watchedLine);
-        if (timeoutNs >= 0) {
-            event.number("timeout_ns", timeoutNs);
-        } else {
-            event.null("timeout_ns");
-        }
-        event.string("result", outcome);
-        trace.emit(event);
-    }
-    m_board->unlock();
-    return true;
+    BoardLock lock(*m_board);
+    tracePoll(watch, timeoutNs, outcome.name);
+    return Served<int>{outcome.result, outcome.err};
 }
 
 bool Simulator::sleep(std::int64_t ns, const char* call)

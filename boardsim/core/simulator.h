@@ -19,9 +19,20 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 
 namespace boardsim {
+
+// A call the simulator served: what the call returns, and the errno it sets
+// when that is negative. The calls return no Served (std::nullopt) when the
+// descriptor is not simulated and the caller makes the real call.
+template <typename T>
+struct Served {
+    T result;
+    int err;
+};
 
 class Simulator {
 public:
@@ -42,9 +53,16 @@ public:
     void vacate(int fd);
 
     enum class OpenOutcome { kPassThrough, kRedirect, kDone };
-    // kDone: the open was served, result/err hold its outcome. kRedirect: the
-    // caller opens redirect instead of path (the GPIO tree's folders).
-    OpenOutcome open(const char* path, int flags, mode_t mode, int& result, int& err, std::string& redirect);
+    // kDone: the open was served, fd (or -1 and err) is its result.
+    // kRedirect: the caller opens redirect instead of path (the GPIO tree's
+    // folders).
+    struct Opened {
+        OpenOutcome outcome;
+        int fd;
+        int err;
+        std::string redirect;
+    };
+    Opened open(const char* path, int flags, mode_t mode);
     // The state-folder path behind a GPIO folder path (for opendir).
     bool redirect(const char* path, std::string& target) const;
 
@@ -61,15 +79,15 @@ public:
 
     // False when fd is not simulated; the caller then does the real call.
     bool close(int fd);
-    bool read(int fd, void* buffer, std::size_t count, ssize_t& result, int& err);
-    bool write(int fd, const void* buffer, std::size_t count, ssize_t& result, int& err);
-    bool seek(int fd, off_t offset, int whence, off_t& result, int& err);
-    bool ioctl(int fd, unsigned long request, void* argument, int& result, int& err);
+    std::optional<Served<ssize_t>> read(int fd, void* buffer, std::size_t count);
+    std::optional<Served<ssize_t>> write(int fd, const void* buffer, std::size_t count);
+    std::optional<Served<off_t>> seek(int fd, off_t offset, int whence);
+    std::optional<Served<int>> ioctl(int fd, unsigned long request, void* argument);
     // Whether request is one of the simulated devices' own requests (spidev's
     // and the alarm-sound device's).
     static bool deviceRequest(unsigned long request);
-    // Handles a poll that involves a simulated descriptor; false otherwise.
-    bool poll(pollfd* fds, nfds_t count, const timespec* timeout, const sigset_t* mask, int& result, int& err);
+    // Serves a poll that involves a simulated descriptor.
+    std::optional<Served<int>> poll(pollfd* fds, nfds_t count, const timespec* timeout, const sigset_t* mask);
 
     // A relative sleep of ns nanoseconds. True when it was served in virtual
     // time (main thread); false when the caller must sleep for real.
@@ -81,16 +99,39 @@ private:
     explicit Simulator(std::unique_ptr<Board> board);
     OpenFile* current(int fd);
     OpenFile* currentChecked(int fd);
+    template <typename Serve>
+    auto onFile(int fd, bool checked, Serve serve) -> decltype(serve(std::declval<OpenFile&>()));
     // read() and write() share the checks; `refusedAccess` is the open mode
     // that forbids the transfer, `spidev` and `gpio` do it on each device.
     template <typename SpidevIo, typename GpioIo>
-    bool transfer(int fd, int refusedAccess, ssize_t& result, int& err, SpidevIo spidev, GpioIo gpio);
+    std::optional<Served<ssize_t>> transfer(int fd, int refusedAccess, SpidevIo spidev, GpioIo gpio);
     int openDevice(const DevicePath& path, int flags, int& err);
     int openGpio(const DevicePath& path, int flags, int& err);
     int bindNew(int backingFd, FileKind kind, const DevicePath& path, int flags, int& err);
     ssize_t readGpio(OpenFile& file, void* buffer, std::size_t count, int& err);
     ssize_t writeGpio(OpenFile& file, const void* buffer, std::size_t count, int& err);
     short readiness(const OpenFile& file, short events) const;
+
+    // poll(), in steps: the simulated files' readiness, the real wait, the
+    // wait in virtual time, and the trace record.
+    class RealPollSet;
+    // The poll's result and errno, and the outcome the trace names.
+    struct PollOutcome {
+        int result;
+        int err;
+        const char* name;
+    };
+    // The GPIO value file the poll watches, and whether its line went away.
+    struct PollWatch {
+        int line = -1;
+        bool gone = false;
+    };
+    int markSimulated(pollfd* fds, nfds_t count, PollWatch& watch) const;
+    std::int64_t nextWatchedEdge(const pollfd* fds, nfds_t count) const;
+    PollOutcome waitReal(pollfd* fds, nfds_t count, RealPollSet& real, const timespec* timeout);
+    bool waitVirtual(const pollfd* fds, nfds_t count, std::int64_t deadline, const sigset_t* mask,
+                     PollOutcome& outcome);
+    void tracePoll(const PollWatch& watch, std::int64_t timeoutNs, const char* outcome);
     void traceOpen(const char* name, const DevicePath& path, int flags, int result, int err);
 
     std::unique_ptr<Board> m_board;

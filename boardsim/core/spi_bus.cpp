@@ -4,6 +4,8 @@
 #include "errno_names.h"
 
 #include <linux/ioctl.h>
+#include <signal.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <climits>
@@ -101,6 +103,7 @@ int SpiBus::ioctl(int fd, unsigned long request, void* argument, int& err, bool&
     }
     Counters& counters = m_board.run().counters;
     const std::int64_t index = static_cast<std::int64_t>(++counters.ioctlMessages);
+    injectSignal(index);
     const std::uint32_t size = _IOC_SIZE(request);
     if (size % sizeof(spi_ioc_transfer) != 0) {
         err = EINVAL;
@@ -120,125 +123,125 @@ int SpiBus::ioctl(int fd, unsigned long request, void* argument, int& err, bool&
     return message(fd, static_cast<const spi_ioc_transfer*>(argument), count, "ioctl", index, err);
 }
 
-int SpiBus::setupRequest(int fd, unsigned long request, void* argument, int& err)
+namespace {
+
+// Which of the six fault-able setup requests this is, or -1.
+int faultSlot(unsigned long request)
 {
-    SpidevState& device = m_board.run().spidev;
-    const Faults& faults = m_board.config().faults;
-    int slot = -1;  // which of the six fault-able requests this is
     switch (request) {
     case kRequestWrMode:
-        slot = boardsim::kWrMode;
-        break;
+        return boardsim::kWrMode;
     case kRequestRdMode:
-        slot = boardsim::kRdMode;
-        break;
+        return boardsim::kRdMode;
     case kRequestWrBits:
-        slot = kWrBitsPerWord;
-        break;
+        return kWrBitsPerWord;
     case kRequestRdBits:
-        slot = kRdBitsPerWord;
-        break;
+        return kRdBitsPerWord;
     case kRequestWrSpeed:
-        slot = kWrMaxSpeedHz;
-        break;
+        return kWrMaxSpeedHz;
     case kRequestRdSpeed:
-        slot = kRdMaxSpeedHz;
-        break;
+        return kRdMaxSpeedHz;
     default:
-        break;
+        return -1;
     }
+}
+
+// The mode bits spidev keeps; EINVAL for bits it or the controller refuses.
+int writeMode(SpidevState& device, std::uint32_t mode)
+{
+    if ((mode & ~kSpidevModeMask) != 0) {
+        return EINVAL;
+    }
+    mode &= ~kMultiLaneBits;
+    if ((mode & ~kControllerModeBits) != 0) {
+        return EINVAL;
+    }
+    device.mode = mode;
+    return 0;
+}
+
+// Serves one setup request on the device; value gets what was written or
+// read back, for the trace. Returns the errno, 0 on success.
+int applySetup(SpidevState& device, unsigned long request, void* argument, std::int64_t& value)
+{
+    auto* byte = static_cast<std::uint8_t*>(argument);
+    auto* word = static_cast<std::uint32_t*>(argument);
+    switch (request) {
+    case kRequestRdMode:
+        *byte = static_cast<std::uint8_t>(device.mode & kSpidevModeMask);
+        value = *byte;
+        return 0;
+    case kRequestRdMode32:
+        *word = device.mode & kSpidevModeMask;
+        value = *word;
+        return 0;
+    case kRequestWrMode:
+    case kRequestWrMode32: {
+        const std::uint32_t mode = request == kRequestWrMode ? *byte : *word;
+        value = mode;
+        return writeMode(device, mode);
+    }
+    case kRequestRdLsbFirst:
+        *byte = (device.mode & kLsbFirst) != 0 ? 1 : 0;
+        value = *byte;
+        return 0;
+    case kRequestWrLsbFirst:
+        value = *byte;
+        // The controller cannot shift least significant bit first.
+        return value != 0 ? EINVAL : 0;
+    case kRequestRdBits:
+        *byte = device.bitsPerWord;
+        value = device.bitsPerWord;
+        return 0;
+    case kRequestWrBits:
+        value = *byte;
+        if (*byte > 32) {
+            return EINVAL;
+        }
+        // The SPI core turns 0 into 8.
+        device.bitsPerWord = *byte == 0 ? 8 : *byte;
+        return 0;
+    case kRequestRdSpeed:
+        *word = device.speedHz;
+        value = device.speedHz;
+        return 0;
+    case kRequestWrSpeed:
+        value = *word;
+        if (*word == 0) {
+            return EINVAL;
+        }
+        // Kept as asked and read back as asked; transfers run at no more
+        // than the controller's maximum.
+        device.speedHz = *word;
+        return 0;
+    default:
+        return ENOTTY;
+    }
+}
+
+}  // namespace
+
+int SpiBus::setupRequest(int fd, unsigned long request, void* argument, int& err)
+{
+    const int slot = faultSlot(request);
+    const int faultError = slot >= 0 ? m_board.config().faults.setupError[slot] : 0;
     const bool writes = _IOC_DIR(request) == _IOC_WRITE;
     std::int64_t value = -1;  // for the trace: written, or read back
-    int result = 0;
-    err = 0;
     if (argument == nullptr) {
         err = EFAULT;
-    } else if (slot >= 0 && faults.setupError[slot] != 0) {
-        err = faults.setupError[slot];
+    } else if (faultError != 0) {
+        err = faultError;
         if (writes) {
             value = _IOC_SIZE(request) == 4 ? *static_cast<const std::uint32_t*>(argument)
                                             : *static_cast<const std::uint8_t*>(argument);
         }
     } else {
-        switch (request) {
-        case kRequestRdMode:
-            *static_cast<std::uint8_t*>(argument) = static_cast<std::uint8_t>(device.mode & kSpidevModeMask);
-            value = *static_cast<std::uint8_t*>(argument);
-            break;
-        case kRequestRdMode32:
-            *static_cast<std::uint32_t*>(argument) = device.mode & kSpidevModeMask;
-            value = *static_cast<std::uint32_t*>(argument);
-            break;
-        case kRequestWrMode:
-        case kRequestWrMode32: {
-            std::uint32_t mode = request == kRequestWrMode ? *static_cast<const std::uint8_t*>(argument)
-                                                           : *static_cast<const std::uint32_t*>(argument);
-            value = mode;
-            if ((mode & ~kSpidevModeMask) != 0) {
-                err = EINVAL;
-                break;
-            }
-            mode &= ~kMultiLaneBits;
-            if ((mode & ~kControllerModeBits) != 0) {
-                err = EINVAL;
-                break;
-            }
-            device.mode = mode;
-            break;
-        }
-        case kRequestRdLsbFirst:
-            *static_cast<std::uint8_t*>(argument) = (device.mode & kLsbFirst) != 0 ? 1 : 0;
-            value = *static_cast<std::uint8_t*>(argument);
-            break;
-        case kRequestWrLsbFirst:
-            value = *static_cast<const std::uint8_t*>(argument);
-            // The controller cannot shift least significant bit first.
-            if (value != 0) {
-                err = EINVAL;
-            }
-            break;
-        case kRequestRdBits:
-            *static_cast<std::uint8_t*>(argument) = device.bitsPerWord;
-            value = device.bitsPerWord;
-            break;
-        case kRequestWrBits: {
-            const std::uint8_t bits = *static_cast<const std::uint8_t*>(argument);
-            value = bits;
-            if (bits > 32) {
-                err = EINVAL;
-            } else {
-                // The SPI core turns 0 into 8.
-                device.bitsPerWord = bits == 0 ? 8 : bits;
-            }
-            break;
-        }
-        case kRequestRdSpeed:
-            *static_cast<std::uint32_t*>(argument) = device.speedHz;
-            value = device.speedHz;
-            break;
-        case kRequestWrSpeed: {
-            const std::uint32_t speed = *static_cast<const std::uint32_t*>(argument);
-            value = speed;
-            if (speed == 0) {
-                err = EINVAL;
-            } else {
-                // Kept as asked and read back as asked; transfers run at no
-                // more than the controller's maximum.
-                device.speedHz = speed;
-            }
-            break;
-        }
-        default:
-            err = ENOTTY;
-            break;
-        }
+        err = applySetup(m_board.run().spidev, request, argument, value);
     }
-    if (err != 0) {
-        result = -1;
-        if (!writes) {
-            value = -1;
-        }
+    if (err != 0 && !writes) {
+        value = -1;
     }
+    const int result = err != 0 ? -1 : 0;
     Trace& trace = m_board.trace();
     if (trace.enabled()) {
         JsonWriter event = Trace::event(m_board.now(), "spi_ioctl");
@@ -249,11 +252,7 @@ int SpiBus::setupRequest(int fd, unsigned long request, void* argument, int& err
             event.null("value");
         }
         event.number("result", result);
-        if (err != 0) {
-            event.string("errno", errnoName(err));
-        } else {
-            event.null("errno");
-        }
+        Trace::putErrno(event, err);
         trace.emit(event);
     }
     return result;
@@ -402,6 +401,24 @@ int SpiBus::message(int fd, const spi_ioc_transfer* records, unsigned count, con
     return static_cast<int>(total);
 }
 
+void SpiBus::injectSignal(std::int64_t index)
+{
+    const SignalInjection& injection = m_board.config().signalInjection;
+    if (injection.signal == 0 || static_cast<std::uint64_t>(index) != injection.atMessage) {
+        return;
+    }
+    Trace& trace = m_board.trace();
+    if (trace.enabled()) {
+        JsonWriter event = Trace::event(m_board.now(), "signal");
+        event.number("signal", injection.signal).number("index", index);
+        trace.emit(event);
+    }
+    // Process-directed, like a kill from outside. The program's handler runs
+    // as this call returns, before the message goes on the bus; a handler
+    // must not call back into the board (it would wait for the board lock).
+    ::kill(::getpid(), injection.signal);
+}
+
 void SpiBus::traceMessage(int fd, const spi_ioc_transfer* records, unsigned count, const char* via, std::int64_t index,
                           int result, int err, std::int64_t busNs)
 {
@@ -417,11 +434,7 @@ void SpiBus::traceMessage(int fd, const spi_ioc_transfer* records, unsigned coun
         event.null("index");
     }
     event.number("n", count).number("result", result);
-    if (err != 0) {
-        event.string("errno", errnoName(err));
-    } else {
-        event.null("errno");
-    }
+    Trace::putErrno(event, err);
     const GpioLine& dsp = m_board.run().lines[kDspLine];
     if (dsp.exported != 0) {
         event.number("gpio48", dsp.output != 0 ? dsp.outputLevel : dsp.externalLevel);

@@ -39,6 +39,8 @@ private:
     std::int64_t recordNs(const spi_ioc_transfer& record) const;
     ssize_t refuseOversized(int fd, const spi_ioc_transfer& record, const char* via, int& err);
     void checkDspHeld(std::int64_t timeNs);
+    // Sends the --signal injection's signal when message index is its one.
+    void injectSignal(std::int64_t index);
     void traceMessage(int fd, const spi_ioc_transfer* records, unsigned count, const char* via, std::int64_t index,
                       int result, int err, std::int64_t busNs);
 

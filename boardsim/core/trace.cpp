@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "trace.h"
 
+#include "errno_names.h"
 #include "sys_io.h"
 
 namespace boardsim {
@@ -80,6 +81,15 @@ void Trace::release()
             sys::writeAll(current, m_pending.data(), m_pending.size());
         }
         m_pending.clear();
+    }
+}
+
+void Trace::putErrno(JsonWriter& event, int err)
+{
+    if (err != 0) {
+        event.string("errno", errnoName(err));
+    } else {
+        event.null("errno");
     }
 }
 

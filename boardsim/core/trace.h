@@ -34,6 +34,9 @@ public:
     // A writer that already holds {"t":time,"ev":name.
     static JsonWriter event(std::int64_t timeNs, const char* name);
 
+    // Adds "errno": the name of err, or null for 0.
+    static void putErrno(JsonWriter& event, int err);
+
     // Closes the object and writes the line (or keeps it while held).
     void emit(JsonWriter& event);
 

@@ -23,8 +23,9 @@
 #include <string>
 #include <vector>
 
-#ifndef BOARDSIM_INSTALL_LIBDIR
-#define BOARDSIM_INSTALL_LIBDIR "/usr/local/lib"
+// The installed preload library's private folder (set by the build).
+#ifndef BOARDSIM_PRELOAD_DIR
+#define BOARDSIM_PRELOAD_DIR "/usr/local/lib/merivak"
 #endif
 
 namespace boardsim {
@@ -69,7 +70,8 @@ bool readable(const std::string& path)
 }
 
 // The preload library: --preload, else next to the launcher (build folder),
-// else the library folders of an installation.
+// else the private folder of an installation. It is never looked up in the
+// dynamic linker's path: it is useful only to the launcher.
 std::string findLibrary(const Options& options, std::string& error)
 {
     if (!options.preloadPath.empty()) {
@@ -81,8 +83,8 @@ std::string findLibrary(const Options& options, std::string& error)
         return path;
     }
     const std::string here = folderOf(ownExecutable());
-    const std::string candidates[] = {here + "/" + kLibraryName, here + "/../lib/" + kLibraryName,
-                                      std::string(BOARDSIM_INSTALL_LIBDIR) + "/" + kLibraryName};
+    const std::string candidates[] = {here + "/" + kLibraryName,
+                                      std::string(BOARDSIM_PRELOAD_DIR) + "/" + kLibraryName};
     for (const std::string& candidate : candidates) {
         if (readable(candidate)) {
             return candidate;

@@ -29,6 +29,8 @@ bool takeValue(Options& options, const std::string& name, const std::string& val
         options.faults.push_back(value);
     } else if (name == "--spidev") {
         options.spidevPaths.push_back(value);
+    } else if (name == "--signal") {
+        options.signal = value;
     } else if (name == "--edge") {
         options.edges.push_back(value);
     } else if (name == "--preload") {
@@ -46,8 +48,8 @@ bool takeValue(Options& options, const std::string& name, const std::string& val
 
 bool takesValue(const std::string& name)
 {
-    static const char* const kNames[] = {"--state", "--profile", "--timing", "--trace",  "--summary",
-                                         "--fault", "--spidev",  "--edge",   "--preload"};
+    static const char* const kNames[] = {"--state", "--profile", "--timing", "--trace",   "--summary",
+                                         "--fault", "--spidev",  "--edge",   "--preload", "--signal"};
     for (const char* known : kNames) {
         if (name == known) {
             return true;
@@ -134,10 +136,13 @@ std::string usageText()
            "  --summary FILE         write the run's summary as one JSON object\n"
            "  --fault FAULT           inject a fault (repeatable; also $BOARDSIM_FAULTS):\n"
            "                           msg:N:ERRNO  msg:N+:ERRNO  setup:REQ:ERRNO  no-spidev\n"
-           "                           no-melody  busy  flip:ADDR:MASK  export-refused:LINE[:ERRNO]\n"
+           "                           no-melody  busy  flip:ADDR:MASK[:N]  export-refused:LINE[:ERRNO]\n"
            "  --spidev PATH          also serve the SPI device at PATH (repeatable)\n"
            "  --edge LINE:rising|falling@SECONDS\n"
            "                         change a GPIO input's electrical level at a virtual time\n"
+           "  --signal SIG@msg:N     the program sends itself SIG (INT, TERM, HUP, QUIT, a\n"
+           "                         name with SIG or a number) as it submits its Nth\n"
+           "                         SPI message\n"
            "  --preload PATH         the preload library to use\n"
            "  --quiet                no summary on stderr\n"
            "  --help                 this text\n";

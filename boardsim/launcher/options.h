@@ -16,6 +16,7 @@ struct Options {
     std::vector<std::string> faults;
     std::vector<std::string> spidevPaths;
     std::vector<std::string> edges;
+    std::string signal;  // --signal SIG@msg:N, empty: none
     std::string preloadPath;
     bool quiet = false;
     bool help = false;

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "run_config.h"
 
+#include "signal_injection.h"
+
 #include "chip_profiles.h"
 #include "errno_names.h"
 #include "path_text.h"
@@ -96,93 +98,130 @@ bool setUpRun(const Options& options, const std::string& stateDir, const std::ve
     return true;
 }
 
+namespace {
+
+// Each kind of fault checks its parts and adds itself to faults; the result
+// is what is wrong with the parts, empty when the fault was added.
+using Parts = std::vector<std::string>;
+
+std::string unknownErrno(const std::string& name)
+{
+    return "unknown errno '" + name + "'";
+}
+
+std::string addMsgFault(const Parts& parts, Faults& faults)
+{
+    if (parts.size() != 3) {
+        return "expected msg:N:ERRNO or msg:N+:ERRNO";
+    }
+    std::string number = parts[1];
+    const bool andLater = !number.empty() && number.back() == '+';
+    if (andLater) {
+        number.pop_back();
+    }
+    unsigned long long index = 0;
+    if (!parseUnsigned(number, ~0ULL, index) || index == 0) {
+        return "N must be a message number from 1";
+    }
+    const int value = parseErrno(parts[2]);
+    if (value == 0) {
+        return unknownErrno(parts[2]);
+    }
+    if (faults.msgCount >= static_cast<std::uint32_t>(kMaxMsgFaults)) {
+        return "too many msg faults";
+    }
+    faults.msg[faults.msgCount++] = MsgFault{index, value, static_cast<std::uint8_t>(andLater ? 1 : 0)};
+    return std::string();
+}
+
+std::string addSetupFault(const Parts& parts, Faults& faults)
+{
+    if (parts.size() != 3) {
+        return "expected setup:REQ:ERRNO";
+    }
+    const int value = parseErrno(parts[2]);
+    if (value == 0) {
+        return unknownErrno(parts[2]);
+    }
+    for (int request = 0; request < kSetupRequestCount; ++request) {
+        if (parts[1] == kSetupNames[request]) {
+            faults.setupError[request] = value;
+            return std::string();
+        }
+    }
+    return "REQ must be one of WR_MODE, RD_MODE, WR_BITS_PER_WORD, RD_BITS_PER_WORD, "
+           "WR_MAX_SPEED_HZ, RD_MAX_SPEED_HZ";
+}
+
+std::string addFlipFault(const Parts& parts, Faults& faults)
+{
+    unsigned long long address = 0;
+    unsigned long long mask = 0;
+    unsigned long long onlyMessage = 0;
+    if (parts.size() < 3 || parts.size() > 4 || !parseUnsigned(parts[1], 0xFFFFFFFFULL, address) ||
+        !parseUnsigned(parts[2], 0xFFULL, mask) || mask == 0 ||
+        (parts.size() == 4 && (!parseUnsigned(parts[3], ~0ULL, onlyMessage) || onlyMessage == 0))) {
+        return "expected flip:ADDR:MASK[:N] with MASK 1 to 0xFF and N a message number from 1";
+    }
+    if (faults.flipCount >= static_cast<std::uint32_t>(kMaxFlips)) {
+        return "too many flip faults";
+    }
+    faults.flips[faults.flipCount++] =
+        FlipFault{static_cast<std::uint32_t>(address), static_cast<std::uint8_t>(mask), onlyMessage};
+    return std::string();
+}
+
+std::string addExportRefusedFault(const Parts& parts, Faults& faults)
+{
+    unsigned long long line = 0;
+    if (parts.size() < 2 || parts.size() > 3 || !parseUnsigned(parts[1], kGpioLines - 1, line)) {
+        return "expected export-refused:LINE[:ERRNO] with LINE 0 to " + std::to_string(kGpioLines - 1);
+    }
+    int value = EBUSY;
+    if (parts.size() == 3) {
+        value = parseErrno(parts[2]);
+        if (value == 0) {
+            return unknownErrno(parts[2]);
+        }
+    }
+    faults.exportRefused[line] = value;
+    return std::string();
+}
+
+std::string addSwitchFault(const std::string& kind, const Parts& parts, Faults& faults)
+{
+    if (parts.size() != 1) {
+        return "takes no arguments";
+    }
+    (kind == "no-spidev" ? faults.noSpidev : kind == "no-melody" ? faults.noMelody : faults.busy) = 1;
+    return std::string();
+}
+
+}  // namespace
+
 bool parseFault(const std::string& text, Faults& faults, std::string& error)
 {
-    const std::vector<std::string> parts = splitColons(text);
+    const Parts parts = splitColons(text);
     const std::string& kind = parts[0];
-    auto bad = [&](const std::string& why) {
-        error = "bad fault '" + text + "': " + why;
-        return false;
-    };
-    auto errnoAt = [&](std::size_t index, int& value) {
-        value = parseErrno(parts[index]);
-        return value != 0;
-    };
-
+    std::string why;
     if (kind == "msg") {
-        if (parts.size() != 3) {
-            return bad("expected msg:N:ERRNO or msg:N+:ERRNO");
-        }
-        std::string number = parts[1];
-        const bool andLater = !number.empty() && number.back() == '+';
-        if (andLater) {
-            number.pop_back();
-        }
-        unsigned long long index = 0;
-        if (!parseUnsigned(number, ~0ULL, index) || index == 0) {
-            return bad("N must be a message number from 1");
-        }
-        int value = 0;
-        if (!errnoAt(2, value)) {
-            return bad("unknown errno '" + parts[2] + "'");
-        }
-        if (faults.msgCount >= static_cast<std::uint32_t>(kMaxMsgFaults)) {
-            return bad("too many msg faults");
-        }
-        faults.msg[faults.msgCount++] = MsgFault{index, value, static_cast<std::uint8_t>(andLater ? 1 : 0)};
+        why = addMsgFault(parts, faults);
+    } else if (kind == "setup") {
+        why = addSetupFault(parts, faults);
+    } else if (kind == "no-spidev" || kind == "no-melody" || kind == "busy") {
+        why = addSwitchFault(kind, parts, faults);
+    } else if (kind == "flip") {
+        why = addFlipFault(parts, faults);
+    } else if (kind == "export-refused") {
+        why = addExportRefusedFault(parts, faults);
+    } else {
+        why = "unknown fault kind '" + kind + "'";
+    }
+    if (why.empty()) {
         return true;
     }
-    if (kind == "setup") {
-        if (parts.size() != 3) {
-            return bad("expected setup:REQ:ERRNO");
-        }
-        int value = 0;
-        if (!errnoAt(2, value)) {
-            return bad("unknown errno '" + parts[2] + "'");
-        }
-        for (int request = 0; request < kSetupRequestCount; ++request) {
-            if (parts[1] == kSetupNames[request]) {
-                faults.setupError[request] = value;
-                return true;
-            }
-        }
-        return bad("REQ must be one of WR_MODE, RD_MODE, WR_BITS_PER_WORD, RD_BITS_PER_WORD, "
-                   "WR_MAX_SPEED_HZ, RD_MAX_SPEED_HZ");
-    }
-    if (kind == "no-spidev" || kind == "no-melody" || kind == "busy") {
-        if (parts.size() != 1) {
-            return bad("takes no arguments");
-        }
-        (kind == "no-spidev" ? faults.noSpidev : kind == "no-melody" ? faults.noMelody : faults.busy) = 1;
-        return true;
-    }
-    if (kind == "flip") {
-        unsigned long long address = 0;
-        unsigned long long mask = 0;
-        if (parts.size() != 3 || !parseUnsigned(parts[1], 0xFFFFFFFFULL, address) ||
-            !parseUnsigned(parts[2], 0xFFULL, mask) || mask == 0) {
-            return bad("expected flip:ADDR:MASK with MASK 1 to 0xFF");
-        }
-        if (faults.flipCount >= static_cast<std::uint32_t>(kMaxFlips)) {
-            return bad("too many flip faults");
-        }
-        faults.flips[faults.flipCount++] =
-            FlipFault{static_cast<std::uint32_t>(address), static_cast<std::uint8_t>(mask)};
-        return true;
-    }
-    if (kind == "export-refused") {
-        unsigned long long line = 0;
-        if (parts.size() < 2 || parts.size() > 3 || !parseUnsigned(parts[1], kGpioLines - 1, line)) {
-            return bad("expected export-refused:LINE[:ERRNO] with LINE 0 to " + std::to_string(kGpioLines - 1));
-        }
-        int value = EBUSY;
-        if (parts.size() == 3 && !errnoAt(2, value)) {
-            return bad("unknown errno '" + parts[2] + "'");
-        }
-        faults.exportRefused[line] = value;
-        return true;
-    }
-    return bad("unknown fault kind '" + kind + "'");
+    error = "bad fault '" + text + "': " + why;
+    return false;
 }
 
 bool parseEdge(const std::string& text, EdgeEvent& event, std::string& error)
@@ -296,7 +335,8 @@ bool buildRunConfig(const Options& options, const std::string& stateDir, const s
     // Stable, so edges at the same time keep the order they were given in.
     std::stable_sort(config.edges, config.edges + config.edgeCount,
                      [](const EdgeEvent& a, const EdgeEvent& b) { return a.timeNs < b.timeNs; });
-    return true;
+    config.signalInjection = SignalInjection{0, 0};
+    return options.signal.empty() || parseSignalInjection(options.signal, config.signalInjection, error);
 }
 
 }  // namespace boardsim

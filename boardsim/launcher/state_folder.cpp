@@ -189,7 +189,8 @@ bool prepareStateFolder(const std::string& dir, const ChipProfile& profile, std:
         return false;
     }
     const std::string gpio = dir + "/gpio";
-    return makeFolder(gpio, error) && ensureFile(gpio + "/export", error) && ensureFile(gpio + "/unexport", error);
+    return makeFolder(gpio, error) && ensureFile(gpio + "/export", error) && ensureFile(gpio + "/unexport", error) &&
+           makeFolder(dir + "/" + kLockFolderName, error);
 }
 
 bool loadGpioTree(const std::string& dir, GpioLine* lines, std::string& error)

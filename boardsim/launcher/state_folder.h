@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The board state folder: DIR/flash.bin and the GPIO tree DIR/gpio.
+// The board state folder: DIR/flash.bin, the GPIO tree DIR/gpio and the lock
+// folder DIR/run-lock (what the program sees as /run/lock).
 #pragma once
 
 #include "run_block.h"

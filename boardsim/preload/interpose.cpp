@@ -25,7 +25,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
+#include <utility>
 
 using boardsim::Simulator;
 
@@ -83,6 +85,13 @@ Result failWith(int err, Result value)
     return value;
 }
 
+// What the program sees of a call the simulator served.
+template <typename Result>
+Result returned(const boardsim::Served<Result>& served)
+{
+    return served.result < 0 ? failWith(served.err, served.result) : served.result;
+}
+
 // The path that dirfd + path name, when path is relative to a folder
 // descriptor; path itself otherwise.
 std::string pathAt(int dirfd, const char* path)
@@ -108,14 +117,14 @@ bool openSimulated(int dirfd, const char* path, int flags, mode_t mode, int& res
         return false;
     }
     const std::string full = pathAt(dirfd, path);
-    int err = 0;
-    switch (simulator().open(full.c_str(), flags, mode, result, err, redirect)) {
+    Simulator::Opened opened = simulator().open(full.c_str(), flags, mode);
+    switch (opened.outcome) {
     case Simulator::OpenOutcome::kDone:
-        if (result < 0) {
-            errno = err;
-        }
+        result = opened.fd < 0 ? failWith(opened.err, opened.fd) : opened.fd;
         return true;
     case Simulator::OpenOutcome::kRedirect:
+        redirect = std::move(opened.redirect);
+        break;
     case Simulator::OpenOutcome::kPassThrough:
         break;
     }
@@ -221,12 +230,10 @@ bool deliverPending(FILE* stream)
     if (pending == 0) {
         return true;
     }
-    ssize_t result = 0;
-    int err = 0;
-    const bool handled = simulator().write(fd, stream->_IO_write_base, pending, result, err);
+    const auto served = simulator().write(fd, stream->_IO_write_base, pending);
     stream->_IO_write_ptr = stream->_IO_write_base;
-    if (handled && result < 0) {
-        errno = err;
+    if (served && served->result < 0) {
+        errno = served->err;
         return false;
     }
     return true;
@@ -294,13 +301,9 @@ int statAny(int dirfd, const char* path, Stat* buffer, Real real)
 
 int pollAny(pollfd* fds, nfds_t count, const timespec* timeout, const sigset_t* mask, bool& handled)
 {
-    int result = 0;
-    int err = 0;
-    handled = simulator().poll(fds, count, timeout, mask, result, err);
-    if (handled && result < 0) {
-        errno = err;
-    }
-    return result;
+    const auto served = simulator().poll(fds, count, timeout, mask);
+    handled = served.has_value();
+    return served ? returned(*served) : 0;
 }
 
 // freopen closes the stream's old descriptor inside the C library, where no
@@ -319,10 +322,42 @@ FILE* freopenAny(FILE* stream, Real real)
     return result;
 }
 
+// access and faccessat share this; real(dirfd, path) makes the real call.
+template <typename Real>
+int accessAny(int dirfd, const char* path, int mode, Real real)
+{
+    std::string target;
+    struct stat info {};
+    switch (statAnswer(dirfd, path, target, info)) {
+    case StatAnswer::kRedirect:
+        return real(AT_FDCWD, target.c_str());
+    case StatAnswer::kDevice:
+        return (mode & X_OK) != 0 ? failWith(EACCES, -1) : 0;
+    case StatAnswer::kAbsent:
+        return failWith(ENOENT, -1);
+    case StatAnswer::kPass:
+        break;
+    }
+    return real(dirfd, path);
+}
+
 }  // namespace
 }  // namespace boardsim
 
 using namespace boardsim;
+
+// The mode argument of open, open64, openat and openat64, which is there
+// only when the flags create a file. va_start must run in the variadic
+// function itself, hence a macro.
+#define BOARDSIM_READ_MODE(flags, mode)                                                                                \
+    do {                                                                                                               \
+        if (needsMode(flags)) {                                                                                        \
+            va_list arguments;                                                                                         \
+            va_start(arguments, flags);                                                                                \
+            (mode) = va_arg(arguments, mode_t);                                                                        \
+            va_end(arguments);                                                                                         \
+        }                                                                                                              \
+    } while (false)
 
 // The interposed functions are the library's only exported symbols.
 #pragma GCC visibility push(default)
@@ -331,48 +366,28 @@ extern "C" {
 int open(const char* path, int flags, ...)
 {
     mode_t mode = 0;
-    if (needsMode(flags)) {
-        va_list arguments;
-        va_start(arguments, flags);
-        mode = va_arg(arguments, mode_t);
-        va_end(arguments);
-    }
+    BOARDSIM_READ_MODE(flags, mode);
     return openAny(AT_FDCWD, path, flags, mode, [&] { return BOARDSIM_REAL(open)(path, flags, mode); });
 }
 
 int open64(const char* path, int flags, ...)
 {
     mode_t mode = 0;
-    if (needsMode(flags)) {
-        va_list arguments;
-        va_start(arguments, flags);
-        mode = va_arg(arguments, mode_t);
-        va_end(arguments);
-    }
+    BOARDSIM_READ_MODE(flags, mode);
     return openAny(AT_FDCWD, path, flags, mode, [&] { return BOARDSIM_REAL(open64)(path, flags, mode); });
 }
 
 int openat(int dirfd, const char* path, int flags, ...)
 {
     mode_t mode = 0;
-    if (needsMode(flags)) {
-        va_list arguments;
-        va_start(arguments, flags);
-        mode = va_arg(arguments, mode_t);
-        va_end(arguments);
-    }
+    BOARDSIM_READ_MODE(flags, mode);
     return openAny(dirfd, path, flags, mode, [&] { return BOARDSIM_REAL(openat)(dirfd, path, flags, mode); });
 }
 
 int openat64(int dirfd, const char* path, int flags, ...)
 {
     mode_t mode = 0;
-    if (needsMode(flags)) {
-        va_list arguments;
-        va_start(arguments, flags);
-        mode = va_arg(arguments, mode_t);
-        va_end(arguments);
-    }
+    BOARDSIM_READ_MODE(flags, mode);
     return openAny(dirfd, path, flags, mode, [&] { return BOARDSIM_REAL(openat64)(dirfd, path, flags, mode); });
 }
 
@@ -527,36 +542,13 @@ int statx(int dirfd, const char* path, int flags, unsigned int mask, struct stat
 
 int access(const char* path, int mode) noexcept
 {
-    std::string target;
-    struct stat info {};
-    switch (statAnswer(AT_FDCWD, path, target, info)) {
-    case StatAnswer::kRedirect:
-        return BOARDSIM_REAL(access)(target.c_str(), mode);
-    case StatAnswer::kDevice:
-        return (mode & X_OK) != 0 ? failWith(EACCES, -1) : 0;
-    case StatAnswer::kAbsent:
-        return failWith(ENOENT, -1);
-    case StatAnswer::kPass:
-        break;
-    }
-    return BOARDSIM_REAL(access)(path, mode);
+    return accessAny(AT_FDCWD, path, mode, [&](int, const char* name) { return BOARDSIM_REAL(access)(name, mode); });
 }
 
 int faccessat(int dirfd, const char* path, int mode, int flags) noexcept
 {
-    std::string target;
-    struct stat info {};
-    switch (statAnswer(dirfd, path, target, info)) {
-    case StatAnswer::kRedirect:
-        return BOARDSIM_REAL(faccessat)(AT_FDCWD, target.c_str(), mode, flags);
-    case StatAnswer::kDevice:
-        return (mode & X_OK) != 0 ? failWith(EACCES, -1) : 0;
-    case StatAnswer::kAbsent:
-        return failWith(ENOENT, -1);
-    case StatAnswer::kPass:
-        break;
-    }
-    return BOARDSIM_REAL(faccessat)(dirfd, path, mode, flags);
+    return accessAny(dirfd, path, mode,
+                     [&](int folder, const char* name) { return BOARDSIM_REAL(faccessat)(folder, name, mode, flags); });
 }
 
 int close(int fd)
@@ -629,12 +621,8 @@ int dup3(int fd, int target, int flags) noexcept
 
 ssize_t read(int fd, void* buffer, size_t count)
 {
-    ssize_t result = 0;
-    int err = 0;
-    if (simulator().simulated(fd) && simulator().read(fd, buffer, count, result, err)) {
-        return result < 0 ? failWith(err, result) : result;
-    }
-    return BOARDSIM_REAL(read)(fd, buffer, count);
+    const auto served = simulator().simulated(fd) ? simulator().read(fd, buffer, count) : std::nullopt;
+    return served ? returned(*served) : BOARDSIM_REAL(read)(fd, buffer, count);
 }
 
 ssize_t __read_chk(int fd, void* buffer, size_t count, size_t size);
@@ -648,32 +636,21 @@ ssize_t __read_chk(int fd, void* buffer, size_t count, size_t size)
 
 ssize_t write(int fd, const void* buffer, size_t count)
 {
-    ssize_t result = 0;
-    int err = 0;
-    if (simulator().simulated(fd) && simulator().write(fd, buffer, count, result, err)) {
-        return result < 0 ? failWith(err, result) : result;
-    }
-    return BOARDSIM_REAL(write)(fd, buffer, count);
+    const auto served = simulator().simulated(fd) ? simulator().write(fd, buffer, count) : std::nullopt;
+    return served ? returned(*served) : BOARDSIM_REAL(write)(fd, buffer, count);
 }
 
 off_t lseek(int fd, off_t offset, int whence) noexcept
 {
-    off_t result = 0;
-    int err = 0;
-    if (simulator().simulated(fd) && simulator().seek(fd, offset, whence, result, err)) {
-        return result < 0 ? failWith(err, result) : result;
-    }
-    return BOARDSIM_REAL(lseek)(fd, offset, whence);
+    const auto served = simulator().simulated(fd) ? simulator().seek(fd, offset, whence) : std::nullopt;
+    return served ? returned(*served) : BOARDSIM_REAL(lseek)(fd, offset, whence);
 }
 
 off64_t lseek64(int fd, off64_t offset, int whence) noexcept
 {
-    off_t result = 0;
-    int err = 0;
-    if (simulator().simulated(fd) && simulator().seek(fd, static_cast<off_t>(offset), whence, result, err)) {
-        return result < 0 ? failWith(err, static_cast<off64_t>(result)) : result;
-    }
-    return BOARDSIM_REAL(lseek64)(fd, offset, whence);
+    const auto served =
+        simulator().simulated(fd) ? simulator().seek(fd, static_cast<off_t>(offset), whence) : std::nullopt;
+    return served ? returned(*served) : BOARDSIM_REAL(lseek64)(fd, offset, whence);
 }
 
 int ioctl(int fd, unsigned long request, ...) noexcept
@@ -682,10 +659,9 @@ int ioctl(int fd, unsigned long request, ...) noexcept
     va_start(arguments, request);
     void* argument = va_arg(arguments, void*);
     va_end(arguments);
-    int result = 0;
-    int err = 0;
-    if (simulator().simulated(fd) && simulator().ioctl(fd, request, argument, result, err)) {
-        return result < 0 ? failWith(err, result) : result;
+    const auto served = simulator().simulated(fd) ? simulator().ioctl(fd, request, argument) : std::nullopt;
+    if (served) {
+        return returned(*served);
     }
     // The kernel answers EBADF for any ioctl on a descriptor that is not
     // open. Emulators of other architectures do not always (qemu-user says

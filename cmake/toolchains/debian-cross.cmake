@@ -47,7 +47,11 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 # Libraries install into Debian's multiarch folder of the target, as
 # GNUInstallDirs does for native builds with the prefix /usr (it leaves that
 # out when cross-compiling).
-set(CMAKE_INSTALL_LIBDIR "lib/${MERIVAK_CROSS_TRIPLET}" CACHE PATH "Object code libraries (lib/${MERIVAK_CROSS_TRIPLET})")
+# A value given on the command line (debhelper gives the same one) is kept:
+# set(CACHE PATH) would turn it into an absolute path in the build folder.
+if(NOT DEFINED CACHE{CMAKE_INSTALL_LIBDIR})
+  set(CMAKE_INSTALL_LIBDIR "lib/${MERIVAK_CROSS_TRIPLET}" CACHE PATH "Object code libraries (lib/${MERIVAK_CROSS_TRIPLET})")
+endif()
 
 # ctest (and gtest_discover_tests) run the target's programs in user-mode
 # QEMU, with the sysroot as the root for the emulated dynamic loader.

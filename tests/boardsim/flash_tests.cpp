@@ -314,6 +314,17 @@ TEST_F(FlashTest, FlipFaultChangesOnlyWhatIsReadBack)
     EXPECT_EQ(flash()[0x10], 0x3C);
 }
 
+TEST_F(FlashTest, FlipFaultBoundToAMessageHitsOnlyThatMessage)
+{
+    boardsim::Options options;
+    options.faults = {"flip:0x10:0x81:2"};
+    startWith(options);
+    flash()[0x10] = 0x3C;
+    EXPECT_EQ(readData(fd, 0x10, 1)[0], 0x3C);
+    EXPECT_EQ(readData(fd, 0x10, 1)[0], 0xBD);
+    EXPECT_EQ(readData(fd, 0x10, 1)[0], 0x3C);
+}
+
 TEST_F(FlashTest, BusyFaultKeepsTheFlashBusyForever)
 {
     boardsim::Options options;

@@ -37,14 +37,13 @@ protected:
         pollfd watched{fd, POLLPRI, 0};
         const timespec timeout{static_cast<time_t>(timeoutNs / 1000000000LL),
                                static_cast<long>(timeoutNs % 1000000000LL)};
-        int result = 0;
-        int err = 0;
-        EXPECT_TRUE(sim().poll(&watched, 1, &timeout, nullptr, result, err));
+        const auto served = sim().poll(&watched, 1, &timeout, nullptr);
+        EXPECT_TRUE(served);
         if (revents != nullptr) {
             *revents = watched.revents;
         }
         close(fd);
-        return result;
+        return served ? served->result : 0;
     }
 };
 
@@ -141,9 +140,7 @@ TEST_F(GpioTest, ReadsAndSeeksWorkOnTheShownText)
     EXPECT_EQ(readText(fd), "");
     // Writes go to the attribute whatever the position, as sysfs stores do.
     EXPECT_EQ(writeText(fd, "out"), 3);
-    off_t position = 0;
-    int err = 0;
-    ASSERT_TRUE(sim().seek(fd, 0, SEEK_SET, position, err));
+    ASSERT_TRUE(sim().seek(fd, 0, SEEK_SET));
     EXPECT_EQ(readText(fd), "out\n");
     close(fd);
 }
@@ -218,15 +215,16 @@ TEST_F(GpioTest, PollsOfValueFilesAreTracedWithTimeOutAndOutcome)
     pollfd bus{openSpi(), POLLIN, 0};
     const timespec none{0, 0};
     const timespec brief{0, 1000000};
-    int result = -1;
-    int err = 0;
-    EXPECT_TRUE(sim().poll(withReal, 1, &none, nullptr, result, err));
-    EXPECT_EQ(result, 0);
-    EXPECT_TRUE(sim().poll(withReal, 2, &brief, nullptr, result, err));
-    EXPECT_EQ(result, 0);
-    EXPECT_TRUE(sim().poll(&bus, 1, &brief, nullptr, result, err));
-    EXPECT_TRUE(sim().poll(withReal, 1, nullptr, nullptr, result, err));
-    EXPECT_EQ(result, 1);
+    const auto none0 = sim().poll(withReal, 1, &none, nullptr);
+    ASSERT_TRUE(none0);
+    EXPECT_EQ(none0->result, 0);
+    const auto brief0 = sim().poll(withReal, 2, &brief, nullptr);
+    ASSERT_TRUE(brief0);
+    EXPECT_EQ(brief0->result, 0);
+    EXPECT_TRUE(sim().poll(&bus, 1, &brief, nullptr));
+    const auto edge = sim().poll(withReal, 1, nullptr, nullptr);
+    ASSERT_TRUE(edge);
+    EXPECT_EQ(edge->result, 1);
     ::close(pipeEnds[0]);
     ::close(pipeEnds[1]);
     std::vector<std::string> polls;

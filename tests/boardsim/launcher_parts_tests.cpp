@@ -5,6 +5,7 @@
 #include "options.h"
 #include "program_check.h"
 #include "run_config.h"
+#include "signal_injection.h"
 #include "state_folder.h"
 #include "summary.h"
 #include "TempFolder.h"
@@ -13,6 +14,7 @@
 
 #include <elf.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -72,7 +74,7 @@ TEST(LauncherFaults, ParsesEveryKind)
     std::string error;
     for (const char* text :
          {"msg:3:EIO", "msg:7+:110", "setup:RD_MAX_SPEED_HZ:ENODEV", "no-spidev", "no-melody", "busy", "flip:0x1F:0x80",
-          "export-refused:48", "export-refused:2:EPERM", "export-refused:223"}) {
+          "flip:7:1:12", "export-refused:48", "export-refused:2:EPERM", "export-refused:223"}) {
         EXPECT_TRUE(boardsim::parseFault(text, faults, error)) << text << ": " << error;
     }
     ASSERT_EQ(faults.msgCount, 2U);
@@ -84,17 +86,20 @@ TEST(LauncherFaults, ParsesEveryKind)
     EXPECT_EQ(faults.setupError[boardsim::kRdMaxSpeedHz], ENODEV);
     EXPECT_EQ(faults.exportRefused[boardsim::kGpioLines - 1], EBUSY);
     EXPECT_EQ(faults.noSpidev + faults.noMelody + faults.busy, 3);
-    ASSERT_EQ(faults.flipCount, 1U);
+    ASSERT_EQ(faults.flipCount, 2U);
     EXPECT_EQ(faults.flips[0].address, 0x1FU);
     EXPECT_EQ(faults.flips[0].mask, 0x80);
+    EXPECT_EQ(faults.flips[0].onlyMessage, 0U);
+    EXPECT_EQ(faults.flips[1].onlyMessage, 12U);
     EXPECT_EQ(faults.exportRefused[48], EBUSY);
     EXPECT_EQ(faults.exportRefused[2], EPERM);
 }
 
 TEST(LauncherFaults, RefusesMalformedSpecs)
 {
-    for (const char* text : {"msg:0:EIO", "msg:1:ENOTANERRNO", "msg:1", "setup:WR_FOO:EIO", "flip:1:0", "flip:x:1",
-                             "export-refused:224", "export-refused:48:EBUSY:1", "busy:1", "explode"}) {
+    for (const char* text :
+         {"msg:0:EIO", "msg:1:ENOTANERRNO", "msg:1", "setup:WR_FOO:EIO", "flip:1:0", "flip:x:1", "flip:1:1:0",
+          "flip:1:1:2:3", "export-refused:224", "export-refused:48:EBUSY:1", "busy:1", "explode"}) {
         boardsim::Faults faults{};
         std::string error;
         EXPECT_FALSE(boardsim::parseFault(text, faults, error)) << text;
@@ -120,6 +125,24 @@ TEST(LauncherEdges, ParsesLineKindAndExactTime)
     for (const char* text :
          {"2:up@1", "x:rising@1", "2:rising@1.", "2:rising@-1", "2:rising", "300:rising@1", "2:rising@1.0000000001"}) {
         EXPECT_FALSE(boardsim::parseEdge(text, edge, error)) << text;
+    }
+}
+
+TEST(LauncherSignal, ParsesNamesNumbersAndTheMessageCount)
+{
+    boardsim::SignalInjection injection{};
+    std::string error;
+    const std::pair<const char*, boardsim::SignalInjection> valid[] = {
+        {"TERM@msg:40", {SIGTERM, 40}},  {"SIGINT@msg:1", {SIGINT, 1}}, {"HUP@msg:7", {SIGHUP, 7}},
+        {"SIGQUIT@msg:3", {SIGQUIT, 3}}, {"9@msg:12", {9, 12}},         {"64@msg:2", {64, 2}}};
+    for (const auto& [text, expected] : valid) {
+        ASSERT_TRUE(boardsim::parseSignalInjection(text, injection, error)) << text << ": " << error;
+        EXPECT_EQ(injection.signal, expected.signal) << text;
+        EXPECT_EQ(injection.atMessage, expected.atMessage) << text;
+    }
+    for (const char* text : {"TERM", "TERM@msg:0", "TERM@msg:", "TERM@msg:-3", "TERM@t:1", "BOGUS@msg:1", "0@msg:1",
+                             "65@msg:1", "SIG@msg:1", "TERM@msg:1x"}) {
+        EXPECT_FALSE(boardsim::parseSignalInjection(text, injection, error)) << text;
     }
 }
 

@@ -62,15 +62,12 @@ void SimFixture::start(const boardsim::Options& options)
 
 int SimFixture::open(const char* path, int flags, int* err)
 {
-    int result = -1;
-    int error = 0;
-    std::string redirect;
-    const auto outcome = m_simulator->open(path, flags, 0, result, error, redirect);
-    EXPECT_EQ(outcome, boardsim::Simulator::OpenOutcome::kDone) << path;
+    const boardsim::Simulator::Opened opened = m_simulator->open(path, flags, 0);
+    EXPECT_EQ(opened.outcome, boardsim::Simulator::OpenOutcome::kDone) << path;
     if (err != nullptr) {
-        *err = error;
+        *err = opened.err;
     }
-    return result;
+    return opened.fd;
 }
 
 void SimFixture::close(int fd)
@@ -81,23 +78,22 @@ void SimFixture::close(int fd)
 
 ssize_t SimFixture::writeText(int fd, const std::string& text, int* err)
 {
-    ssize_t result = 0;
-    int error = 0;
-    EXPECT_TRUE(m_simulator->write(fd, text.data(), text.size(), result, error));
+    const auto served = m_simulator->write(fd, text.data(), text.size());
+    EXPECT_TRUE(served);
     if (err != nullptr) {
-        *err = error;
+        *err = served ? served->err : 0;
     }
-    return result;
+    return served ? served->result : 0;
 }
 
 std::string SimFixture::readText(int fd, std::size_t count)
 {
     std::string buffer(count, '\0');
-    ssize_t result = 0;
-    int error = 0;
-    EXPECT_TRUE(m_simulator->read(fd, &buffer[0], count, result, error));
+    const auto served = m_simulator->read(fd, &buffer[0], count);
+    EXPECT_TRUE(served);
+    const ssize_t result = served ? served->result : 0;
     if (result < 0) {
-        return "error " + std::to_string(error);
+        return "error " + std::to_string(served->err);
     }
     buffer.resize(static_cast<std::size_t>(result));
     return buffer;
@@ -171,13 +167,12 @@ MessageResult SimFixture::message(int fd, const std::vector<Record>& records)
 
 int SimFixture::ioctl(int fd, unsigned long request, void* argument, int* err)
 {
-    int result = 0;
-    int error = 0;
-    EXPECT_TRUE(m_simulator->ioctl(fd, request, argument, result, error));
+    const auto served = m_simulator->ioctl(fd, request, argument);
+    EXPECT_TRUE(served);
     if (err != nullptr) {
-        *err = error;
+        *err = served ? served->err : 0;
     }
-    return result;
+    return served ? served->result : 0;
 }
 
 std::uint8_t SimFixture::readStatus(int fd)

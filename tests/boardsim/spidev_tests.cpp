@@ -297,21 +297,22 @@ TEST_F(SpidevTest, ReadAndWriteOnTheNodeAreSingleRecordMessages)
 {
     startWith(boardsim::Options());
     const std::uint8_t writeEnableByte = 0x06;
-    ssize_t result = 0;
-    int err = 0;
-    ASSERT_TRUE(sim().write(fd, &writeEnableByte, 1, result, err));
-    EXPECT_EQ(result, 1);
+    const auto written = sim().write(fd, &writeEnableByte, 1);
+    ASSERT_TRUE(written);
+    EXPECT_EQ(written->result, 1);
     EXPECT_EQ(readStatus(fd), 0x02);
     std::vector<std::uint8_t> buffer(5000);
-    ASSERT_TRUE(sim().read(fd, buffer.data(), buffer.size(), result, err));
-    EXPECT_EQ(result, -1);
-    EXPECT_EQ(err, EMSGSIZE);
-    ASSERT_TRUE(sim().read(fd, buffer.data(), 3, result, err));
-    EXPECT_EQ(result, 3);
+    const auto tooLong = sim().read(fd, buffer.data(), buffer.size());
+    ASSERT_TRUE(tooLong);
+    EXPECT_EQ(tooLong->result, -1);
+    EXPECT_EQ(tooLong->err, EMSGSIZE);
+    const auto read = sim().read(fd, buffer.data(), 3);
+    ASSERT_TRUE(read);
+    EXPECT_EQ(read->result, 3);
     EXPECT_EQ(buffer[0], 0xFF);  // a read alone sends zeros: no command
-    off_t position = 0;
-    ASSERT_TRUE(sim().seek(fd, 0, SEEK_SET, position, err));
-    EXPECT_EQ(err, ESPIPE);
+    const auto seek = sim().seek(fd, 0, SEEK_SET);
+    ASSERT_TRUE(seek);
+    EXPECT_EQ(seek->err, ESPIPE);
 }
 
 }  // namespace

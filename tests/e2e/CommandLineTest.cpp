@@ -97,28 +97,49 @@ TEST_F(CommandLine, SuccessEndsWithTheWaitingLineAndAFiveSecondPause)
 }
 
 // A std::exception that escapes an operation is printed on standard error and
-// fails the run. Reading a 1 GiB image into memory with too little memory
-// available makes the allocation throw std::bad_alloc.
-TEST_F(CommandLine, EscapingExceptionIsPrintedOnStandardError)
+// fails the run, with line 48 back at 1 first. Reading a 1 GiB image (or the
+// endless /dev/zero) into memory with too little memory available makes the
+// allocation throw std::bad_alloc: in the check before any transfer, in the
+// write after the erase.
+class EscapingException : public ::testing::TestWithParam<std::vector<std::string>> {
+protected:
+    SimulatedBoard m_board;
+};
+
+TEST_P(EscapingException, IsPrintedOnStandardErrorAfterLine48IsReleased)
 {
     const std::string huge = m_board.path("huge.bin");
     writeFile(huge, Bytes{});
     ASSERT_EQ(::truncate(huge.c_str(), 1L << 30), 0);
+    const std::vector<std::string> arguments = GetParam();
 
     RunSettings settings;
 #if MERIVAK_TEST_ASAN
     // AddressSanitizer needs a large address space; let its allocator refuse
     // big blocks instead.
     settings.environment = {{"ASAN_OPTIONS", "allocator_may_return_null=1:max_allocation_size_mb=256"}};
-    const RunResult run = m_board.merivak({"check", "huge.bin"}, settings);
+    const RunResult run = m_board.merivak(arguments, settings);
 #else
-    const RunResult run =
-        m_board.run({"/bin/sh", "-c", std::string("ulimit -v 400000; exec ") + MERIVAK_BINARY + " check huge.bin"});
+    const RunResult run = m_board.run(
+        {"/bin/sh", "-c",
+         std::string("ulimit -v 400000; exec ") + MERIVAK_BINARY + " " + arguments[0] + " " + arguments[1]});
 #endif
     EXPECT_EQ(run.status, 1) << run.describe();
     EXPECT_TRUE(run.plainOutLines().empty()) << run.describe();
     ASSERT_GE(run.err.size(), 15U) << run.describe();
     EXPECT_EQ(run.err.substr(run.err.size() - 15), "std::bad_alloc\n") << run.describe();
+    const std::vector<QJsonObject> holds = run.gpioWrites("gpio48/value");
+    ASSERT_FALSE(holds.empty()) << "the operation had started";
+    EXPECT_EQ(text(holds.back().value(QStringLiteral("data"))), "1") << run.describe();
+    EXPECT_EQ(run.lineLevels(48).back().second, 1);
 }
+
+INSTANTIATE_TEST_SUITE_P(Operations, EscapingException,
+                         ::testing::Values(std::vector<std::string>{"check", "huge.bin"},
+                                           std::vector<std::string>{"write", "/dev/zero"}),
+                         [](const ::testing::TestParamInfo<std::vector<std::string>>& row) {
+                             return row.param[0] == "check" ? std::string("CheckOfAHugeFile")
+                                                            : std::string("WriteOfDevZero");
+                         });
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstring>
 #include <sstream>
+#include <utility>
 
 extern char** environ;
 
@@ -95,21 +96,54 @@ std::string ProcessResult::describe() const
     return text.str();
 }
 
-ProcessResult runProcess(const ProcessRequest& request)
+RunningProcess::RunningProcess() = default;
+
+RunningProcess::RunningProcess(RunningProcess&& other) noexcept
+    : m_pid(std::exchange(other.m_pid, -1)), m_files(std::move(other.m_files)), m_mergeOutput(other.m_mergeOutput),
+      m_timeoutSeconds(other.m_timeoutSeconds), m_result(std::move(other.m_result))
 {
-    ProcessResult result;
-    TempFolder files("merivak-child");
-    const std::string outPath = files.path("out");
-    const std::string errPath = files.path("err");
+}
+
+RunningProcess::~RunningProcess()
+{
+    if (m_pid > 0) {
+        ::kill(m_pid, SIGKILL);
+        bool timedOut = false;
+        waitFor(m_pid, 0, timedOut);
+    }
+}
+
+RunningProcess startProcess(const ProcessRequest& request)
+{
+    RunningProcess running;
+    running.m_files = std::make_unique<TempFolder>("merivak-child");
+    running.m_mergeOutput = request.mergeOutput;
+    running.m_timeoutSeconds = request.timeoutSeconds;
+    const std::string outPath = running.m_files->path("out");
+    const std::string errPath = running.m_files->path("err");
     std::vector<std::string> argumentTexts = request.argv;
     std::vector<std::string> environmentTexts = environmentOf(request);
     std::vector<char*> argv = pointers(argumentTexts);
     std::vector<char*> envp = pointers(environmentTexts);
 
+    // Both ends close on exec; the child gets the writing end as its
+    // standard output, and this process closes both once it started.
+    int ends[2] = {-1, -1};
+    if (request.brokenOutput && ::pipe2(ends, O_CLOEXEC) != 0) {
+        running.m_result.exited = true;
+        running.m_result.exitCode = 126;
+        running.m_result.err = std::string("cannot make a pipe: ") + std::strerror(errno);
+        return running;
+    }
+
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (request.brokenOutput) {
+        posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+    } else {
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    }
     if (request.mergeOutput) {
         posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
     } else {
@@ -126,21 +160,40 @@ ProcessResult runProcess(const ProcessRequest& request)
     const int spawnError = search ? ::posix_spawnp(&child, program.c_str(), &actions, nullptr, argv.data(), envp.data())
                                   : ::posix_spawn(&child, program.c_str(), &actions, nullptr, argv.data(), envp.data());
     posix_spawn_file_actions_destroy(&actions);
+    if (request.brokenOutput) {
+        ::close(ends[0]);
+        ::close(ends[1]);
+    }
     if (spawnError != 0) {
         // As a shell reports a program it cannot find or run.
-        result.exited = true;
-        result.exitCode = spawnError == ENOENT ? 127 : 126;
-        result.err = "cannot run " + program + ": " + std::strerror(spawnError);
-        return result;
+        running.m_result.exited = true;
+        running.m_result.exitCode = spawnError == ENOENT ? 127 : 126;
+        running.m_result.err = "cannot run " + program + ": " + std::strerror(spawnError);
+        return running;
     }
-    result.pid = child;
-    const int status = waitFor(child, request.timeoutSeconds, result.timedOut);
+    running.m_pid = child;
+    return running;
+}
+
+ProcessResult RunningProcess::finish()
+{
+    if (m_pid <= 0) {
+        return m_result;
+    }
+    ProcessResult result;
+    result.pid = std::exchange(m_pid, -1);
+    const int status = waitFor(result.pid, m_timeoutSeconds, result.timedOut);
     result.exited = WIFEXITED(status);
     result.exitCode = result.exited ? WEXITSTATUS(status) : -1;
     result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
-    result.out = readText(outPath);
-    result.err = request.mergeOutput ? std::string() : readText(errPath);
+    result.out = readText(m_files->path("out"));
+    result.err = m_mergeOutput ? std::string() : readText(m_files->path("err"));
     return result;
+}
+
+ProcessResult runProcess(const ProcessRequest& request)
+{
+    return startProcess(request).finish();
 }
 
 }  // namespace testsupport

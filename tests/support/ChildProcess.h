@@ -5,6 +5,9 @@
 // and collects its output and how it ended. Every test that starts a
 // process goes through here.
 
+#include <sys/types.h>
+
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,7 +28,11 @@ struct ProcessRequest {
     std::string folder;
     // Standard error goes into out as well, in order.
     bool mergeOutput = false;
-    // Killed (SIGKILL) after this many seconds; 0: no limit.
+    // Standard output is a pipe whose reader is gone (writes fail with
+    // EPIPE and raise SIGPIPE) instead of a file.
+    bool brokenOutput = false;
+    // Killed (SIGKILL) after this many seconds of waiting for it; 0: no
+    // limit.
     int timeoutSeconds = 0;
 };
 
@@ -44,6 +51,37 @@ struct ProcessResult {
     std::string describe() const;
 };
 
+class TempFolder;
+
+// A child started by startProcess() and not yet waited for.
+class RunningProcess {
+public:
+    RunningProcess(RunningProcess&& other) noexcept;
+    RunningProcess& operator=(RunningProcess&&) = delete;
+    // Kills (SIGKILL) and reaps the child if finish() was not called: a test
+    // that failed half-way must not leave it behind.
+    ~RunningProcess();
+
+    // The child's pid; -1 if it could not be started or was waited for.
+    pid_t pid() const { return m_pid; }
+    // Waits for the end of the child (within the request's time-out) and
+    // collects it. Once only.
+    ProcessResult finish();
+
+private:
+    friend RunningProcess startProcess(const ProcessRequest& request);
+    RunningProcess();
+
+    pid_t m_pid = -1;
+    std::unique_ptr<TempFolder> m_files;  // where the output goes
+    bool m_mergeOutput = false;
+    int m_timeoutSeconds = 0;
+    ProcessResult m_result;  // filled at once when the start failed
+};
+
+// Starts the child and returns at once.
+RunningProcess startProcess(const ProcessRequest& request);
+// Starts the child and waits for it.
 ProcessResult runProcess(const ProcessRequest& request);
 
 }  // namespace testsupport

@@ -3,8 +3,12 @@
 
 #include "ChildProcess.h"
 
+#include <QJsonDocument>
+
 #include <filesystem>
+#include <sstream>
 #include <stdexcept>
+#include <utility>
 
 namespace boardtest {
 
@@ -18,12 +22,40 @@ SimulatedBoard::SimulatedBoard()
 
 RunResult SimulatedBoard::run(const std::vector<std::string>& command, const RunSettings& settings) const
 {
-    const std::string tracePath = m_folder + "/trace.jsonl";
-    const std::string summaryPath = m_folder + "/summary.json";
+    return start(command, settings, "").finish();
+}
+
+RunResult SimulatedBoard::merivak(const std::vector<std::string>& arguments, const RunSettings& settings) const
+{
+    std::vector<std::string> command = {MERIVAK_BINARY};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return run(command, settings);
+}
+
+RunningProgram SimulatedBoard::start(const std::vector<std::string>& command, const RunSettings& settings) const
+{
+    return start(command, settings, "-" + std::to_string(++m_started));
+}
+
+RunningProgram SimulatedBoard::startMerivak(const std::vector<std::string>& arguments,
+                                            const RunSettings& settings) const
+{
+    std::vector<std::string> command = {MERIVAK_BINARY};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return start(command, settings);
+}
+
+RunningProgram SimulatedBoard::start(const std::vector<std::string>& command, const RunSettings& settings,
+                                     const std::string& suffix) const
+{
+    const std::string tracePath = m_folder + "/trace" + suffix + ".jsonl";
+    const std::string summaryPath = m_folder + "/summary" + suffix + ".json";
+    const std::string logFolder = m_logFolder + suffix;
 
     // Each run gets a log of its own.
     std::error_code ignored;
-    for (const auto& entry : fs::directory_iterator(m_logFolder, ignored)) {
+    fs::create_directory(logFolder, ignored);
+    for (const auto& entry : fs::directory_iterator(logFolder, ignored)) {
         fs::remove_all(entry.path(), ignored);
     }
     fs::remove(tracePath, ignored);
@@ -39,28 +71,11 @@ RunResult SimulatedBoard::run(const std::vector<std::string>& command, const Run
     request.argv = argv;
     // Settings of the caller's shell must not steer the tool or the board.
     request.unset = {"LOG4CPLUS_*", "SPI_BUS_DEVICE", "BOARDSIM_*"};
-    request.set = {{"LOG4CPLUS_FILE_DIR", m_logFolder}};
+    request.set = {{"LOG4CPLUS_FILE_DIR", logFolder}};
     request.set.insert(request.set.end(), settings.environment.begin(), settings.environment.end());
     request.folder = m_folder;
-    const testsupport::ProcessResult process = testsupport::runProcess(request);
-
-    RunResult result;
-    result.status = process.status();
-    result.out = process.out;
-    result.err = process.err;
-    for (const auto& entry : fs::directory_iterator(m_logFolder, ignored)) {
-        result.log += testsupport::readText(entry.path().string());
-    }
-    result.readTrace(tracePath);
-    result.readSummary(summaryPath);
-    return result;
-}
-
-RunResult SimulatedBoard::merivak(const std::vector<std::string>& arguments, const RunSettings& settings) const
-{
-    std::vector<std::string> command = {MERIVAK_BINARY};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    return run(command, settings);
+    request.brokenOutput = settings.brokenStandardOutput;
+    return RunningProgram(testsupport::startProcess(request), tracePath, summaryPath, logFolder);
 }
 
 Bytes SimulatedBoard::flash() const
@@ -82,6 +97,45 @@ void SimulatedBoard::prepare() const
     if (made.status != 0 || !fileExists(m_stateFolder + "/flash.bin")) {
         throw std::runtime_error("the simulator did not make its state folder:\n" + made.describe());
     }
+}
+
+// ---- RunningProgram ----------------------------------------------------------
+
+RunningProgram::RunningProgram(testsupport::RunningProcess process, std::string tracePath, std::string summaryPath,
+                               std::string logFolder)
+    : m_process(std::move(process)), m_tracePath(std::move(tracePath)), m_summaryPath(std::move(summaryPath)),
+      m_logFolder(std::move(logFolder))
+{
+}
+
+std::vector<QJsonObject> RunningProgram::traceSoFar() const
+{
+    // The simulator may be writing the last line; it is left for later.
+    std::vector<QJsonObject> events;
+    std::istringstream lines(testsupport::readText(m_tracePath));
+    for (std::string line; std::getline(lines, line);) {
+        const QJsonDocument event = QJsonDocument::fromJson(QByteArray::fromStdString(line));
+        if (event.isObject()) {
+            events.push_back(event.object());
+        }
+    }
+    return events;
+}
+
+RunResult RunningProgram::finish()
+{
+    const testsupport::ProcessResult process = m_process.finish();
+    RunResult result;
+    result.status = process.status();
+    result.out = process.out;
+    result.err = process.err;
+    std::error_code ignored;
+    for (const auto& entry : fs::directory_iterator(m_logFolder, ignored)) {
+        result.log += testsupport::readText(entry.path().string());
+    }
+    result.readTrace(m_tracePath);
+    result.readSummary(m_summaryPath);
+    return result;
 }
 
 }  // namespace boardtest

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef MERIVAK_SHARED_INITSINGLETONT_H
-#define MERIVAK_SHARED_INITSINGLETONT_H
+#pragma once
 
 #include <memory>
 
@@ -35,5 +34,3 @@ InitSingletonT<T>::~InitSingletonT()
 }
 
 }  // namespace shared
-
-#endif

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef MERIVAK_HAL_HWABSTRACTIONLAYER_H
-#define MERIVAK_HAL_HWABSTRACTIONLAYER_H
+#pragma once
 
 #include <QString>
 
@@ -52,5 +51,3 @@ protected:
 };
 
 }  // namespace hal
-
-#endif

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef MERIVAK_THREAD_LOCK_H
-#define MERIVAK_THREAD_LOCK_H
+#pragma once
 
 #include "thread/Lockable.h"
 
@@ -33,5 +32,3 @@ private:
 };
 
 }  // namespace thread
-
-#endif

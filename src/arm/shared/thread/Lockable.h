@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef MERIVAK_THREAD_LOCKABLE_H
-#define MERIVAK_THREAD_LOCKABLE_H
+#pragma once
 
 namespace thread {
 
@@ -24,9 +23,7 @@ public:
     Lockable& operator=(const Lockable&) = delete;
 
 private:
-    bool m_constructionFlag;
+    [[maybe_unused]] bool m_constructionFlag;  // kept, never read
 };
 
 }  // namespace thread
-
-#endif

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef MERIVAK_THREAD_MONITOR_H
-#define MERIVAK_THREAD_MONITOR_H
+#pragma once
 
 #include "thread/Lockable.h"
 #include "thread/Mutex.h"
@@ -29,5 +28,3 @@ private:
 };
 
 }  // namespace thread
-
-#endif

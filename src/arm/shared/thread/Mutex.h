@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef MERIVAK_THREAD_MUTEX_H
-#define MERIVAK_THREAD_MUTEX_H
+#pragma once
 
 #include "thread/Lockable.h"
 
@@ -27,5 +26,3 @@ private:
 };
 
 }  // namespace thread
-
-#endif

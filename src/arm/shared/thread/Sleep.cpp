@@ -7,19 +7,19 @@
 namespace thread {
 
 namespace {
-constexpr unsigned MICROSECONDS_PER_SECOND = 1000000;
-constexpr long NANOSECONDS_PER_MICROSECOND = 1000;
+constexpr unsigned kMicrosecondsPerSecond = 1000000;
+constexpr long kNanosecondsPerMicrosecond = 1000;
 }  // namespace
 
 int sleepMicroseconds(unsigned microseconds)
 {
     timespec request{};
-    if (microseconds < MICROSECONDS_PER_SECOND) {
+    if (microseconds < kMicrosecondsPerSecond) {
         request.tv_sec = 0;
-        request.tv_nsec = static_cast<long>(microseconds) * NANOSECONDS_PER_MICROSECOND;
+        request.tv_nsec = static_cast<long>(microseconds) * kNanosecondsPerMicrosecond;
     } else {
-        request.tv_sec = static_cast<time_t>(microseconds / MICROSECONDS_PER_SECOND);
-        request.tv_nsec = static_cast<long>(microseconds % MICROSECONDS_PER_SECOND) * NANOSECONDS_PER_MICROSECOND;
+        request.tv_sec = static_cast<time_t>(microseconds / kMicrosecondsPerSecond);
+        request.tv_nsec = static_cast<long>(microseconds % kMicrosecondsPerSecond) * kNanosecondsPerMicrosecond;
     }
     timespec remaining{};
     int result = nanosleep(&request, &remaining);

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef MERIVAK_THREAD_SLEEP_H
-#define MERIVAK_THREAD_SLEEP_H
+#pragma once
 
 namespace thread {
 
@@ -10,5 +9,3 @@ namespace thread {
 int sleepMicroseconds(unsigned microseconds);
 
 }  // namespace thread
-
-#endif

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef MERIVAK_THREAD_THREAD_H
-#define MERIVAK_THREAD_THREAD_H
+#pragma once
 
 #include "thread/Monitor.h"
 #include "thread/Mutex.h"
@@ -110,5 +109,3 @@ private:
 };
 
 }  // namespace thread
-
-#endif

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef MERIVAK_THREAD_THREADLOGGER_H
-#define MERIVAK_THREAD_THREADLOGGER_H
+#pragma once
 
 #include "thread/Lockable.h"
 
@@ -52,5 +51,3 @@ private:
 };
 
 }  // namespace thread
-
-#endif

@@ -8,8 +8,8 @@ namespace thread {
 
 namespace {
 
-constexpr int32_t NANOSECONDS_PER_SECOND = 1000000000;
-constexpr int64_t MICROSECONDS_PER_SECOND = 1000000;
+constexpr int32_t kNanosecondsPerSecond = 1000000000;
+constexpr int64_t kMicrosecondsPerSecond = 1000000;
 
 // Holds a value's mutex for one member operation.
 class FieldGuard {
@@ -176,9 +176,9 @@ void TimeValue::addTo(const timespec& base, double seconds)
     int32_t newSeconds = whole + static_cast<int32_t>(base.tv_sec);
     int32_t newNanoseconds =
         static_cast<int32_t>((seconds - whole) * 1000.0 * 1000.0 * 1000.0) + static_cast<int32_t>(base.tv_nsec);
-    if (newNanoseconds >= NANOSECONDS_PER_SECOND) {
+    if (newNanoseconds >= kNanosecondsPerSecond) {
         newSeconds += 1;
-        newNanoseconds -= NANOSECONDS_PER_SECOND;
+        newNanoseconds -= kNanosecondsPerSecond;
     }
     setTime(newSeconds, newNanoseconds);
 }
@@ -200,10 +200,10 @@ int TimeValue::remainingMicroseconds() const
     int64_t microseconds =
         static_cast<int64_t>(truncatedMicroseconds(point.tv_nsec)) - truncatedMicroseconds(now.tv_nsec);
     if (microseconds < 0) {
-        microseconds += MICROSECONDS_PER_SECOND;
+        microseconds += kMicrosecondsPerSecond;
         seconds -= 1;
     }
-    const int64_t remaining = seconds * MICROSECONDS_PER_SECOND + microseconds;
+    const int64_t remaining = seconds * kMicrosecondsPerSecond + microseconds;
     if (remaining <= 0) {
         return 0;
     }

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#ifndef MERIVAK_THREAD_TIMEVALUE_H
-#define MERIVAK_THREAD_TIMEVALUE_H
+#pragma once
 
 #include <pthread.h>
 #include <sys/time.h>
@@ -85,5 +84,3 @@ private:
 };
 
 }  // namespace thread
-
-#endif

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "hal/vosta/Merivak.h"
 
+#include "hal/HwAbstractionLayer.h"
+#include "hal/vosta/StopRequest.h"
 #include "logging/Log.h"
 
 #include <fcntl.h>
@@ -8,6 +10,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 
@@ -33,6 +36,19 @@ static_assert(SPI_IOC_RD_MAX_SPEED_HZ == 0x80046b04, "SPI_IOC_RD_MAX_SPEED_HZ en
 
 const char* const Merivak::SPI_BUS_DEVICE_NAME = "/dev/spidev0.0";
 
+const char* Merivak::spiDevicePath()
+{
+    if (const char* configured = std::getenv("SPI_BUS_DEVICE")) {
+        return configured;
+    }
+    return SPI_BUS_DEVICE_NAME;
+}
+
+void Merivak::setDspHoldLine(int level)
+{
+    hal::HwAbstractionLayer::getInstance()->setGpio48Value(level);
+}
+
 Merivak::Merivak() : QObject(nullptr), m_spiFd(-1)
 {
     connectSPIbus();
@@ -47,10 +63,7 @@ Merivak::~Merivak()
 
 void Merivak::connectSPIbus()
 {
-    const char* path = SPI_BUS_DEVICE_NAME;
-    if (const char* configured = std::getenv("SPI_BUS_DEVICE")) {
-        path = configured;
-    }
+    const char* path = spiDevicePath();
     // Not tested here: a failed open leaves -1, every request below then
     // fails and is logged, and each flash operation fails at its first
     // transfer. The device is never reopened.
@@ -82,6 +95,23 @@ void Merivak::connectSPIbus()
     if (::ioctl(m_spiFd, SPI_IOC_RD_MAX_SPEED_HZ, &maxSpeedHz) < 0) {
         MERIVAK_LOG_ERROR("spi_logger", "SPI_IOC_RD_MAX_SPEED_HZ() failed.");
     }
+}
+
+bool Merivak::sendMessage(unsigned long request, spi_ioc_transfer* message)
+{
+    // A stop keeps the flash from starting anything new; the caller's failure
+    // path then releases line 48.
+    if (stopSignal() != 0) {
+        logStopOnce("SPI message not sent");
+        return false;
+    }
+    if (::ioctl(m_spiFd, request, message) < 0) {
+        const int err = errno;
+        MERIVAK_LOG_ERROR("spi_logger", "SPI message cannot be sent -> "
+                                            << "ERRNO : " << err);
+        return false;
+    }
+    return true;
 }
 
 void Merivak::handleSPIdata() {}

@@ -8,6 +8,8 @@
 #include <QObject>
 #include <QString>
 
+#include <linux/spi/spidev.h>
+
 namespace merivak {
 
 class Merivak;
@@ -20,7 +22,8 @@ typedef shared::InitSingletonT<Merivak> BASE_InitSingleton_OF_Merivak;
 // HAL from before its first transfer and sets it back to 1 on every exit.
 //
 // Failures are logged on "spi_logger" and reported by a false result; nothing
-// throws. No locks: one operation at a time, from one thread.
+// throws. Once a termination signal requested a stop (StopRequest.h), no
+// further message is sent and the running operation fails. No locks: one operation at a time, from one thread.
 class Merivak : public QObject, public BASE_InitSingleton_OF_Merivak {
     Q_OBJECT
 
@@ -32,6 +35,10 @@ public:
     // Opens and configures the SPI device; failures are only logged.
     Merivak();
     ~Merivak() override;
+
+    // The SPI device the driver opens: $SPI_BUS_DEVICE when set (even to the
+    // empty text), else SPI_BUS_DEVICE_NAME.
+    static const char* spiDevicePath();
 
     Merivak(const Merivak&) = delete;
     Merivak& operator=(const Merivak&) = delete;
@@ -56,6 +63,14 @@ protected slots:
 
 private:
     void connectSPIbus();
+    // Line 48 at 0 holds the DSP off its flash while the host uses the bus; 1
+    // lets it boot from the flash again. Set through the HAL.
+    static void setDspHoldLine(int level);
+    // The one way a message reaches the bus: one SPI_IOC_MESSAGE(N) ioctl
+    // with N records. False when the ioctl fails (logged with its errno) or
+    // when a termination signal requested a stop: then nothing is sent and
+    // the signal is logged (once). Line 48 is left to the caller.
+    bool sendMessage(unsigned long request, spi_ioc_transfer* message);
     // Reads the 512 pages of the firmware area into image, polling after each.
     // On failure logs, sets line 48 back to 1 and returns false.
     bool readFirmwareArea(QByteArray& image);

@@ -3,12 +3,11 @@
 
 #include "hal/vosta/Merivak.h"
 #include "hal/vosta/SpiFlash.h"
+#include "hal/vosta/StopRequest.h"
 
 #include "logging/Log.h"
 
 #include <unistd.h>
-
-#include <cerrno>
 
 namespace merivak {
 
@@ -36,10 +35,7 @@ bool Merivak::wait_tillFlashIsReady()
     message[1].len = 1;
 
     for (int readsLeft = STATUS_READS_PER_WAIT; readsLeft > 0; --readsLeft) {
-        if (::ioctl(m_spiFd, flash::SPI_MESSAGE_2, message) < 0) {
-            const int err = errno;
-            MERIVAK_LOG_ERROR("spi_logger", "SPI message cannot be sent -> "
-                                                << "ERRNO : " << err);
+        if (!sendMessage(flash::SPI_MESSAGE_2, message)) {
             return false;
         }
         if ((status & flash::STATUS_BUSY) == 0) {
@@ -52,7 +48,7 @@ bool Merivak::wait_tillFlashIsReady()
 
 bool Merivak::eraseDSPflash()
 {
-    flash::setDspHoldLine(0);
+    setDspHoldLine(0);
 
     std::uint8_t writeEnable = flash::OPCODE_WRITE_ENABLE;
     std::uint8_t chipErase = flash::OPCODE_CHIP_ERASE;
@@ -68,20 +64,18 @@ bool Merivak::eraseDSPflash()
 
     MERIVAK_LOG_INFO("spi_logger", "Start erasing the whole DSP Flash... ");
 
-    if (::ioctl(m_spiFd, flash::SPI_MESSAGE_2, message) < 0) {
-        const int err = errno;
-        MERIVAK_LOG_ERROR("spi_logger", "SPI message cannot be sent -> "
-                                            << "ERRNO : " << err);
-        flash::setDspHoldLine(1);
+    if (!sendMessage(flash::SPI_MESSAGE_2, message)) {
+        setDspHoldLine(1);
         return false;
     }
 
     // A failed status read counts as an unsuccessful wait like a busy flash;
-    // the last unsuccessful wait is followed by its pause too.
+    // the last unsuccessful wait is followed by its pause too. A stop ends
+    // the waiting at once: no status read can be sent any more.
     bool ready = false;
-    for (int wait = 0; wait < ERASE_WAITS && !ready; ++wait) {
+    for (int wait = 0; wait < ERASE_WAITS && !ready && stopSignal() == 0; ++wait) {
         ready = wait_tillFlashIsReady();
-        if (!ready) {
+        if (!ready && stopSignal() == 0) {
             ::sleep(ERASE_WAIT_PAUSE_SECONDS);
         }
     }
@@ -90,7 +84,7 @@ bool Merivak::eraseDSPflash()
     }
 
     ::usleep(flash::RELEASE_PAUSE_US);
-    flash::setDspHoldLine(1);
+    setDspHoldLine(1);
     return ready;
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Programming the flash from an image file.
 
+#include "hal/FileNameBytes.h"
 #include "hal/vosta/Merivak.h"
 #include "hal/vosta/SpiFlash.h"
 
@@ -10,7 +11,6 @@
 #include <QIODevice>
 
 #include <algorithm>
-#include <cerrno>
 
 namespace merivak {
 
@@ -40,7 +40,7 @@ bool Merivak::updateDSPflash(QString fileName)
     QByteArray fileData;
     std::uint8_t writeEnable = flash::OPCODE_WRITE_ENABLE;
 
-    flash::setDspHoldLine(0);
+    setDspHoldLine(0);
 
     std::uint8_t command[flash::COMMAND_SIZE] = {flash::OPCODE_PAGE_PROGRAM, 0x00, 0x00, 0x00};
     std::uint8_t pageBuffer[flash::PAGE_SIZE] = {};
@@ -49,7 +49,7 @@ bool Merivak::updateDSPflash(QString fileName)
 
     bool result = false;
     // A file that cannot be opened programs nothing and is not logged.
-    if (file.open(QIODevice::ReadOnly)) {
+    if (hal::openFileByName(file, fileName, QIODevice::ReadOnly)) {
         // The whole file is read before the first transfer, so a file that
         // changes meanwhile has no effect.
         fileData = file.readAll();
@@ -75,11 +75,8 @@ bool Merivak::updateDSPflash(QString fileName)
 
         std::uint32_t address = 0;
         for (int page = 0; page < pageCount; ++page) {
-            if (::ioctl(m_spiFd, flash::SPI_MESSAGE_3, message) < 0) {
-                const int err = errno;
-                MERIVAK_LOG_ERROR("spi_logger", "SPI message cannot be sent -> "
-                                                    << "ERRNO : " << err);
-                flash::setDspHoldLine(1);
+            if (!sendMessage(flash::SPI_MESSAGE_3, message)) {
+                setDspHoldLine(1);
                 return false;
             }
             // Prepare the next page while the flash programs this one.
@@ -91,7 +88,7 @@ bool Merivak::updateDSPflash(QString fileName)
 
             if (!wait_tillFlashIsReady()) {
                 MERIVAK_LOG_INFO("spi_logger", "Flash is not ready!!! ");
-                flash::setDspHoldLine(1);
+                setDspHoldLine(1);
                 return false;
             }
         }
@@ -99,7 +96,7 @@ bool Merivak::updateDSPflash(QString fileName)
     }
 
     ::usleep(flash::RELEASE_PAUSE_US);
-    flash::setDspHoldLine(1);
+    setDspHoldLine(1);
     return result;
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Reading the firmware area of the flash, and saving it to a file.
 
+#include "hal/FileNameBytes.h"
 #include "hal/vosta/Merivak.h"
 #include "hal/vosta/SpiFlash.h"
 
@@ -9,8 +10,6 @@
 #include <QDataStream>
 #include <QFile>
 #include <QIODevice>
-
-#include <cerrno>
 
 namespace merivak {
 
@@ -31,11 +30,8 @@ bool Merivak::readFirmwareArea(QByteArray& image)
 
     std::uint32_t address = 0;
     for (int page = 0; page < flash::PAGE_COUNT; ++page) {
-        if (::ioctl(m_spiFd, flash::SPI_MESSAGE_2, message) < 0) {
-            const int err = errno;
-            MERIVAK_LOG_ERROR("spi_logger", "SPI message cannot be sent -> "
-                                                << "ERRNO : " << err);
-            flash::setDspHoldLine(1);
+        if (!sendMessage(flash::SPI_MESSAGE_2, message)) {
+            setDspHoldLine(1);
             return false;
         }
         image.append(reinterpret_cast<const char*>(pageBuffer), flash::PAGE_SIZE);
@@ -44,7 +40,7 @@ bool Merivak::readFirmwareArea(QByteArray& image)
 
         if (!wait_tillFlashIsReady()) {
             MERIVAK_LOG_INFO("spi_logger", "Flash is not ready!!! ");
-            flash::setDspHoldLine(1);
+            setDspHoldLine(1);
             return false;
         }
     }
@@ -56,7 +52,7 @@ bool Merivak::readDSPflash(QString fileName)
     QFile file(fileName);
     QByteArray image;
 
-    flash::setDspHoldLine(0);
+    setDspHoldLine(0);
 
     // The file is touched only once the whole area is in memory: a failed
     // read leaves an existing file as it was.
@@ -65,9 +61,9 @@ bool Merivak::readDSPflash(QString fileName)
     }
 
     ::usleep(flash::RELEASE_PAUSE_US);
-    flash::setDspHoldLine(1);
+    setDspHoldLine(1);
 
-    if (!file.open(QIODevice::WriteOnly)) {
+    if (!hal::openFileByName(file, fileName, QIODevice::WriteOnly)) {
         MERIVAK_LOG_INFO("spi_logger", "Saving the FLASH content....error!!");
         return false;
     }

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Comparing the flash with an image file.
 
+#include "hal/FileNameBytes.h"
 #include "hal/vosta/Merivak.h"
+#include "hal/vosta/StopRequest.h"
 #include "hal/vosta/SpiFlash.h"
 
 #include "logging/Log.h"
@@ -17,12 +19,12 @@ bool Merivak::checkDSPflash(QString fileName)
     QByteArray fileData;
     QByteArray flashImage;
 
-    flash::setDspHoldLine(0);
+    setDspHoldLine(0);
 
     // A file that cannot be opened is not read, and neither is the flash:
     // the two empty arrays then compare equal and the flash counts as up to
     // date.
-    if (file.open(QIODevice::ReadOnly)) {
+    if (hal::openFileByName(file, fileName, QIODevice::ReadOnly)) {
         fileData = file.readAll();
         file.close();
 
@@ -30,10 +32,16 @@ bool Merivak::checkDSPflash(QString fileName)
         if (!readFirmwareArea(flashImage)) {
             return false;
         }
+    } else if (stopSignal() != 0) {
+        // The open was cut short by a termination signal (a FIFO nobody
+        // writes to): that is no verdict on the flash, so no "UP-TO-DATE".
+        logStopOnce("DSP flash check stopped");
+        setDspHoldLine(1);
+        return false;
     }
 
     ::usleep(flash::RELEASE_PAUSE_US);
-    flash::setDspHoldLine(1);
+    setDspHoldLine(1);
 
     // Only the file's length is compared; a file longer than the firmware
     // area can never match.

@@ -5,7 +5,7 @@
 // What the flash driver's operations share: the serial-flash command set,
 // the geometry of the DSP firmware area and the spidev message requests.
 
-#include "hal/HwAbstractionLayer.h"
+#include "hal/DspFlashArea.h"
 
 #include <linux/spi/spidev.h>
 #include <sys/ioctl.h>
@@ -27,9 +27,9 @@ const std::uint8_t OPCODE_READ_DATA = 0x03;
 // Bit 0 of the status register: a program or erase is in progress.
 const std::uint8_t STATUS_BUSY = 0x01;
 
-const int PAGE_SIZE = 256;
-const int PAGE_COUNT = 512;  // the firmware area, 0x000000 to 0x01FFFF
-const int COMMAND_SIZE = 4;  // opcode and a 24-bit address, most significant byte first
+const int PAGE_SIZE = hal::DSP_FLASH_PAGE_SIZE;
+const int PAGE_COUNT = hal::DSP_FLASH_PAGE_COUNT;  // the firmware area
+const int COMMAND_SIZE = 4;                        // opcode and a 24-bit address, most significant byte first
 
 // Pause before line 48 is released at the end of an operation that ran to
 // its end (not after a failed transfer or poll, which release it at once).
@@ -60,13 +60,6 @@ inline void setCommandAddress(std::uint8_t (&command)[COMMAND_SIZE], std::uint32
     command[1] = static_cast<std::uint8_t>((address >> 16) & 0xFFU);
     command[2] = static_cast<std::uint8_t>((address >> 8) & 0xFFU);
     command[3] = static_cast<std::uint8_t>(address & 0xFFU);
-}
-
-// Line 48 at 0 holds the DSP off its flash while the host uses the bus; 1
-// lets it boot from the flash again.
-inline void setDspHoldLine(int level)
-{
-    hal::HwAbstractionLayer::getInstance()->setGpio48Value(level);
 }
 
 }  // namespace flash

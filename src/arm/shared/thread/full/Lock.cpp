@@ -2,21 +2,20 @@
 #include "thread/Lock.h"
 
 #include "logging/Log.h"
+#include "thread/full/ProcessWide.h"
 #include "thread/Mutex.h"
-
-#include <cstdlib>
 
 namespace thread {
 
 namespace {
 
-constexpr unsigned DEFAULT_TIMEOUT_SECONDS = 15;
-constexpr unsigned UNLIMITED_TIMEOUT_SECONDS = 31536000;  // 365 days
+constexpr unsigned kDefaultTimeoutSeconds = 15;
+constexpr unsigned kUnlimitedTimeoutSeconds = 31536000;  // 365 days
 
 unsigned timeoutFromEnvironment()
 {
     // Set, even to the empty value, means the process runs under a debugger.
-    return std::getenv("GDB") != nullptr ? 0 : DEFAULT_TIMEOUT_SECONDS;
+    return std::getenv("GDB") != nullptr ? 0 : kDefaultTimeoutSeconds;
 }
 
 // The stored timeout lives in a function-local static so that a caller
@@ -49,13 +48,9 @@ Lock::~Lock()
 // handlers that may still take it.
 Lockable& Lock::getClassLock()
 {
-    try {
-        static Mutex* const s_pClassLock = new Mutex(false);
-        return *s_pClassLock;
-    } catch (...) {
-        MERIVAK_LOG_ERROR("exception_logger", "Unexpected exception!");
-        std::abort();
-    }
+    static Mutex* const s_pClassLock =
+        newProcessWide<Mutex>([] { MERIVAK_LOG_ERROR("exception_logger", "Unexpected exception!"); }, false);
+    return *s_pClassLock;
 }
 
 unsigned Lock::setTimeout(unsigned seconds)
@@ -70,7 +65,7 @@ unsigned Lock::getTimeout()
 {
     Lock guard(getClassLock());
     const unsigned stored = storedTimeout();
-    return stored == 0 ? UNLIMITED_TIMEOUT_SECONDS : stored;
+    return stored == 0 ? kUnlimitedTimeoutSeconds : stored;
 }
 
 }  // namespace thread

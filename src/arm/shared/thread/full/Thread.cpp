@@ -2,6 +2,7 @@
 #include "thread/Thread.h"
 
 #include "thread/Lock.h"
+#include "thread/TimeValue.h"
 
 #include <sched.h>
 #include <signal.h>
@@ -43,13 +44,6 @@ void installInterruptHandlerOnce()
         action.sa_handler = ignoreInterrupt;
     }
     sigaction(Thread::INTERRUPT_SIGNAL, &action, nullptr);
-}
-
-// timeval's microseconds are wider than timespec's nanoseconds on 32-bit
-// targets with 64-bit time; a microsecond count always fits.
-long nanosecondsFromMicroseconds(long long microseconds)
-{
-    return static_cast<long>(microseconds * 1000);
 }
 
 }  // namespace
@@ -173,8 +167,8 @@ void Thread::absoluteTime(timespec& result, int seconds)
 {
     timeval now{};
     gettimeofday(&now, nullptr);
-    result.tv_sec = now.tv_sec + seconds;
-    result.tv_nsec = nanosecondsFromMicroseconds(now.tv_usec);
+    TimeValue::toTimespec(now, result);
+    result.tv_sec += seconds;
 }
 
 const pthread_attr_t* Thread::getCreationAttributes() const

@@ -4,9 +4,8 @@
 #include "thread/Thread.h"
 
 #include "logging/Log.h"
+#include "thread/full/ProcessWide.h"
 #include "thread/Lock.h"
-
-#include <cstdlib>
 
 namespace thread {
 
@@ -22,24 +21,16 @@ Thread::THREAD_FROM_HANDLE::~THREAD_FROM_HANDLE()
 
 Mutex& Thread::getClassLock()
 {
-    try {
-        static Mutex* const s_pClassLock = new Mutex(false);
-        return *s_pClassLock;
-    } catch (...) {
-        MERIVAK_LOG_ERROR("exception_logger", "Unexpected exception!");
-        std::abort();
-    }
+    static Mutex* const s_pClassLock =
+        newProcessWide<Mutex>([] { MERIVAK_LOG_ERROR("exception_logger", "Unexpected exception!"); }, false);
+    return *s_pClassLock;
 }
 
 Thread::THREAD_FROM_HANDLE& Thread::getHandleMap()
 {
-    try {
-        static THREAD_FROM_HANDLE* const s_pHandleMap = new THREAD_FROM_HANDLE();
-        return *s_pHandleMap;
-    } catch (...) {
-        MERIVAK_LOG_ERROR("exception_logger", "Unexpected exception!");
-        std::abort();
-    }
+    static THREAD_FROM_HANDLE* const s_pHandleMap =
+        newProcessWide<THREAD_FROM_HANDLE>([] { MERIVAK_LOG_ERROR("exception_logger", "Unexpected exception!"); });
+    return *s_pHandleMap;
 }
 
 void Thread::registerThread(Thread* object, pthread_t handle)
