@@ -223,21 +223,42 @@ TEST_F(FlashTest, EraseCommandsClearTheirAlignedRange)
     EXPECT_EQ(run().counters.block64Erases, 1U);
 }
 
-TEST_F(FlashTest, ChipEraseRunsOnlyWhenChipSelectEndsRightAfterTheOpcode)
+// A program or erase runs only when its chip-select frame has the right
+// length: a program needs at least one data byte, an erase must end right
+// after its last address byte (or its opcode). A frame that runs starts the
+// busy time with the latch still set; one that does not leaves the latch.
+struct FrameCase {
+    std::vector<std::uint8_t> frame;
+    bool runs;
+};
+
+class FrameLengthTest : public FlashTest, public ::testing::WithParamInterface<FrameCase> {};
+
+TEST_P(FrameLengthTest, CommandRunsOnlyWithItsExactFrame)
 {
     std::memset(flash(), 0, 16);
     writeEnable(fd);
-    message(fd, {send({0xC7, 0x00})});
-    EXPECT_EQ(flash()[0], 0x00);
-    EXPECT_EQ(readStatus(fd), 0x02);  // not executed, the latch stays
-    message(fd, {send({0x60})});
-    EXPECT_EQ(flash()[0], 0xFF);
-    EXPECT_EQ(flash()[kCapacity - 1], 0xFF);
-    expectBusyFor(5000 * kMs);
+    EXPECT_EQ(message(fd, {send(GetParam().frame)}).result, static_cast<int>(GetParam().frame.size()));
+    EXPECT_EQ(readStatus(fd), GetParam().runs ? 0x03 : 0x02);
+    const bool erases = GetParam().frame[0] != 0x02;
+    EXPECT_EQ(flash()[0], GetParam().runs && erases ? 0xFF : 0x00);
 }
+
+INSTANTIATE_TEST_SUITE_P(Commands, FrameLengthTest,
+                         ::testing::Values(FrameCase{{0x02, 0, 0, 0}, false}, FrameCase{{0x02, 0, 0, 0, 0}, true},
+                                           FrameCase{{0x20, 0, 0}, false}, FrameCase{{0x20, 0, 0, 0}, true},
+                                           FrameCase{{0x20, 0, 0, 0, 0}, false}, FrameCase{{0x52, 0, 0, 0}, true},
+                                           FrameCase{{0x52, 0, 0, 0, 0}, false}, FrameCase{{0xD8, 0, 0}, false},
+                                           FrameCase{{0xD8, 0, 0, 0}, true}, FrameCase{{0xC7}, true},
+                                           FrameCase{{0xC7, 0x00}, false}, FrameCase{{0x60}, true},
+                                           FrameCase{{0x60, 0x00}, false}));
 
 TEST_F(FlashTest, ChipEraseTimeFollowsProfileAndTiming)
 {
+    message(fd, {send({0x06}, true), send({0xC7})});
+    expectBusyFor(5000 * kMs);
+    EXPECT_EQ(flash()[kCapacity - 1], 0xFF);
+
     boardsim::Options maximum;
     maximum.maxTiming = true;
     startWith(maximum);

@@ -6,6 +6,11 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
 
 namespace boardsim_test {
 namespace {
@@ -190,6 +195,84 @@ TEST_F(GpioTest, PollTimesOutInVirtualTimeWhenNoArmedEdgeComes)
     EXPECT_EQ(waitForEdge(2, "both", 0), 0);         // no edge pending: at once
     EXPECT_EQ(now(), 3000000000);
 }
+
+// Every poll of a value file leaves a gpio_poll trace line with its time-out
+// (null: none) and outcome, also when it waits for real because a real
+// descriptor is in the set; a poll without a value file leaves none.
+TEST_F(GpioTest, PollsOfValueFilesAreTracedWithTimeOutAndOutcome)
+{
+    boardsim::Options options;
+    options.tracePath = stateDir() + ".trace";
+    options.edges = {"2:rising@1"};
+    start(options);
+    exportLine(2);
+    ASSERT_EQ(store(kGpio + "/gpio2/edge", "rising"), 0);
+    const int value = open((kGpio + "/gpio2/value").c_str(), O_RDONLY);
+    readText(value);
+    int pipeEnds[2];
+    ASSERT_EQ(::pipe(pipeEnds), 0);
+    pollfd withReal[2] = {{value, POLLPRI, 0}, {pipeEnds[0], POLLIN, 0}};
+    pollfd bus{openSpi(), POLLIN, 0};
+    const timespec none{0, 0};
+    const timespec brief{0, 1000000};
+    const auto none0 = sim().poll(withReal, 1, &none, nullptr);
+    ASSERT_TRUE(none0);
+    EXPECT_EQ(none0->result, 0);
+    const auto brief0 = sim().poll(withReal, 2, &brief, nullptr);
+    ASSERT_TRUE(brief0);
+    EXPECT_EQ(brief0->result, 0);
+    EXPECT_TRUE(sim().poll(&bus, 1, &brief, nullptr));
+    const auto edge = sim().poll(withReal, 1, nullptr, nullptr);
+    ASSERT_TRUE(edge);
+    EXPECT_EQ(edge->result, 1);
+    ::close(pipeEnds[0]);
+    ::close(pipeEnds[1]);
+    std::vector<std::string> polls;
+    std::istringstream trace(readFile(options.tracePath));
+    for (std::string line; std::getline(trace, line);) {
+        if (line.find("\"gpio_poll\"") != std::string::npos) {
+            polls.push_back(line.substr(line.find("\"line\"")));
+        }
+    }
+    EXPECT_EQ(polls, (std::vector<std::string>{"\"line\":2,\"timeout_ns\":0,\"result\":\"timeout\"}",
+                                               "\"line\":2,\"timeout_ns\":1000000,\"result\":\"timeout\"}",
+                                               "\"line\":2,\"timeout_ns\":null,\"result\":\"edge\"}"}));
+}
+
+// Which paths the program's own calls (opendir, stat, open of other files)
+// reach in the state folder's tree, and which the simulator serves itself
+// (export, unexport, a line's attributes) or refuses (other line files).
+struct RedirectCase {
+    const char* path;
+    const char* backing;  // relative to the tree; nullptr: not redirected
+};
+
+class GpioRedirectTest : public GpioTest, public ::testing::WithParamInterface<RedirectCase> {};
+
+TEST_P(GpioRedirectTest, TreePathsGoToTheStateFolder)
+{
+    start();
+    std::string target;
+    const bool redirected = sim().redirect(GetParam().path, target);
+    ASSERT_EQ(redirected, GetParam().backing != nullptr) << GetParam().path;
+    if (redirected) {
+        const std::string relative = GetParam().backing;
+        EXPECT_EQ(target, stateDir() + "/gpio" + (relative.empty() ? "" : "/" + relative));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Paths, GpioRedirectTest,
+                         ::testing::Values(RedirectCase{"/sys/class/gpio", ""},
+                                           RedirectCase{"/sys/class/gpio/gpio48", "gpio48"},
+                                           RedirectCase{"/sys/class/gpio/gpiochip0", "gpiochip0"},
+                                           RedirectCase{"/sys/class/gpio/gpio048", "gpio048"},
+                                           RedirectCase{"/sys/class/gpio/export", nullptr},
+                                           RedirectCase{"/sys/class/gpio/unexport", nullptr},
+                                           RedirectCase{"/sys/class/gpio/gpio48/value", nullptr},
+                                           RedirectCase{"/sys/class/gpio/gpio48/edge", nullptr},
+                                           RedirectCase{"/sys/class/gpio/gpio48/power", nullptr},
+                                           RedirectCase{"/sys/class/gpiox", nullptr},
+                                           RedirectCase{"/dev/spidev0.0", nullptr}));
 
 TEST_F(GpioTest, ActiveLowTurnsAnElectricalFallInto_aRisingValue)
 {

@@ -8,6 +8,7 @@
 #include "signal_injection.h"
 #include "state_folder.h"
 #include "summary.h"
+#include "TempFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -71,8 +72,9 @@ TEST(LauncherFaults, ParsesEveryKind)
 {
     boardsim::Faults faults{};
     std::string error;
-    for (const char* text : {"msg:3:EIO", "msg:7+:110", "setup:RD_MAX_SPEED_HZ:ENODEV", "no-spidev", "no-melody",
-                             "busy", "flip:0x1F:0x80", "flip:7:1:12", "export-refused:48", "export-refused:2:EPERM"}) {
+    for (const char* text :
+         {"msg:3:EIO", "msg:7+:110", "setup:RD_MAX_SPEED_HZ:ENODEV", "no-spidev", "no-melody", "busy", "flip:0x1F:0x80",
+          "flip:7:1:12", "export-refused:48", "export-refused:2:EPERM", "export-refused:223"}) {
         EXPECT_TRUE(boardsim::parseFault(text, faults, error)) << text << ": " << error;
     }
     ASSERT_EQ(faults.msgCount, 2U);
@@ -82,6 +84,7 @@ TEST(LauncherFaults, ParsesEveryKind)
     EXPECT_EQ(faults.msg[1].error, ETIMEDOUT);
     EXPECT_EQ(faults.msg[1].andLater, 1);
     EXPECT_EQ(faults.setupError[boardsim::kRdMaxSpeedHz], ENODEV);
+    EXPECT_EQ(faults.exportRefused[boardsim::kGpioLines - 1], EBUSY);
     EXPECT_EQ(faults.noSpidev + faults.noMelody + faults.busy, 3);
     ASSERT_EQ(faults.flipCount, 2U);
     EXPECT_EQ(faults.flips[0].address, 0x1FU);
@@ -94,13 +97,18 @@ TEST(LauncherFaults, ParsesEveryKind)
 
 TEST(LauncherFaults, RefusesMalformedSpecs)
 {
-    for (const char* text : {"msg:0:EIO", "msg:1:ENOTANERRNO", "msg:1", "setup:WR_FOO:EIO", "flip:1:0", "flip:x:1",
-                             "flip:1:1:0", "flip:1:1:2:3", "export-refused:224", "busy:1", "explode"}) {
+    for (const char* text :
+         {"msg:0:EIO", "msg:1:ENOTANERRNO", "msg:1", "setup:WR_FOO:EIO", "flip:1:0", "flip:x:1", "flip:1:1:0",
+          "flip:1:1:2:3", "export-refused:224", "export-refused:48:EBUSY:1", "busy:1", "explode"}) {
         boardsim::Faults faults{};
         std::string error;
         EXPECT_FALSE(boardsim::parseFault(text, faults, error)) << text;
         EXPECT_NE(error.find(text), std::string::npos) << error;
     }
+    boardsim::Faults faults{};
+    std::string error;
+    EXPECT_FALSE(boardsim::parseFault("msg:2:EWHAT", faults, error));
+    EXPECT_NE(error.find("unknown errno 'EWHAT'"), std::string::npos) << error;
 }
 
 TEST(LauncherEdges, ParsesLineKindAndExactTime)
@@ -140,17 +148,10 @@ TEST(LauncherSignal, ParsesNamesNumbersAndTheMessageCount)
 
 class StateFolderTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        char pattern[] = "/tmp/boardsim-state-test.XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        root = pattern;
-    }
-    void TearDown() override { boardsim::removeTree(root); }
-
     const boardsim::ChipProfile& profile() { return *boardsim::findChipProfile("default"); }
 
-    std::string root;
+    testsupport::TempFolder folder{"boardsim-state-test"};
+    const std::string root = folder.path();
 };
 
 TEST_F(StateFolderTest, MakesAnErasedFlashAndAGpioTree)
@@ -182,6 +183,7 @@ TEST_F(StateFolderTest, RefusesABrokenFolder)
     const std::string file = root + "/plain-file";
     std::ofstream(file) << "x";
     EXPECT_FALSE(boardsim::prepareStateFolder(file, profile(), error));
+    EXPECT_NE(error.find(file + " is not a folder"), std::string::npos) << error;
 }
 
 TEST_F(StateFolderTest, LoadsExportedLinesAndRefusesNonsense)
@@ -199,12 +201,39 @@ TEST_F(StateFolderTest, LoadsExportedLinesAndRefusesNonsense)
     EXPECT_EQ(lines[48].exported, 1);
     EXPECT_EQ(lines[48].output, 1);
     EXPECT_EQ(lines[48].outputLevel, 1);
+    // An exported input keeps the level it shows, through active_low.
+    const std::string input = root + "/gpio/gpio2";
+    ASSERT_EQ(mkdir(input.c_str(), 0755), 0);
+    std::ofstream(input + "/value") << "1\n";
+    std::ofstream(input + "/direction") << "in\n";
+    std::ofstream(input + "/active_low") << "1\n";
+    std::ofstream(input + "/edge") << "none\n";
+    ASSERT_TRUE(boardsim::loadGpioTree(root, lines, error)) << error;
+    EXPECT_EQ(lines[2].output, 0);
+    EXPECT_EQ(lines[2].externalLevel, 0);
+    EXPECT_EQ(lines[2].activeLow, 1);
 
     std::ofstream(line + "/direction") << "sideways\n";
     EXPECT_FALSE(boardsim::loadGpioTree(root, lines, error));
     EXPECT_NE(error.find("gpio48/direction"), std::string::npos) << error;
     unlink((line + "/direction").c_str());
     EXPECT_FALSE(boardsim::loadGpioTree(root, lines, error));
+}
+
+TEST_F(StateFolderTest, SetUpTakesEveryScriptedEdgeItHasRoomForOrNone)
+{
+    boardsim::Options options;
+    options.edges.assign(boardsim::kMaxEdges + 1, "2:rising@1");
+    auto block = std::make_unique<boardsim::RunBlock>();
+    std::string error;
+    EXPECT_FALSE(boardsim::setUpRun(options, root + "/state", {}, *block, error));
+    EXPECT_EQ(error, "too many --edge options (at most " + std::to_string(boardsim::kMaxEdges) + ")");
+    options.edges.pop_back();
+    EXPECT_TRUE(boardsim::setUpRun(options, root + "/state", {}, *block, error)) << error;
+    EXPECT_EQ(block->config.edgeCount, static_cast<std::uint32_t>(boardsim::kMaxEdges));
+    options.edges = {"2:rising@1", "2:sideways@2"};
+    EXPECT_FALSE(boardsim::setUpRun(options, root + "/state", {}, *block, error));
+    EXPECT_NE(error.find("2:sideways@2"), std::string::npos) << error;
 }
 
 TEST_F(StateFolderTest, ProgramsWithoutAnInterpreterAreRecognised)
@@ -239,12 +268,14 @@ TEST(LauncherSummary, ReportsCountersHistoryAndViolations)
     block->violations[0] = boardsim::Violation{5, boardsim::kNoLatch, "PP without Write Enable"};
     block->violationCount = 1;
     block->violationsTotal = 1;
+    block->soundOn = 1;
     const std::string json = boardsim::summaryJson(*block, 7);
     EXPECT_NE(json.find("\"status\":7"), std::string::npos) << json;
     EXPECT_NE(json.find("\"board_time_ns\":1500000000"), std::string::npos);
     EXPECT_NE(json.find("\"lines\":{\"48\":[[10,0],[20,1]]}"), std::string::npos) << json;
     EXPECT_NE(json.find("\"exported\":[48]"), std::string::npos);
     EXPECT_NE(json.find("{\"rule\":\"no-latch\",\"detail\":\"PP without Write Enable\",\"t\":5}"), std::string::npos);
+    EXPECT_NE(json.find("\"on\":true"), std::string::npos) << json;
     const std::string text = boardsim::summaryText(*block);
     EXPECT_NE(text.find("board time 1.500000 s"), std::string::npos) << text;
     EXPECT_NE(text.find("3 messages"), std::string::npos);

@@ -3,12 +3,13 @@
 // client program drives the devices through the real C library calls and
 // C++ streams, the tests look at its output, the trace, the summary and the
 // state folder from outside.
-#include "state_folder.h"
+#include "ChildProcess.h"
+#include "RunResult.h"
+#include "TempFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
 
 #include <fcntl.h>
@@ -28,72 +29,31 @@
 namespace boardsim_test {
 namespace {
 
-struct Outcome {
-    int status = -1;
-    std::string out;
-    std::string err;
-};
+using Outcome = testsupport::ProcessResult;
 
 std::string readAll(const std::string& path)
 {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
+    return testsupport::readText(path);
 }
 
 class ProcessTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        char pattern[] = "/tmp/boardsim-process-test.XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        root = pattern;
-        state = root + "/state";
-        trace = root + "/trace.jsonl";
-        summary = root + "/summary.json";
-    }
-
-    void TearDown() override { boardsim::removeTree(root); }
-
     // Runs argv (argv[0] found on PATH) with extra environment, capturing its
     // output.
-    Outcome execute(const std::vector<std::string>& argv, const std::vector<std::string>& environment = {})
+    Outcome execute(const std::vector<std::string>& argv,
+                    const std::vector<std::pair<std::string, std::string>>& environment = {})
     {
-        const std::string outPath = root + "/stdout";
-        const std::string errPath = root + "/stderr";
-        const pid_t child = fork();
-        if (child == 0) {
-            const int out = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-            const int err = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-            dup2(out, 1);
-            dup2(err, 2);
-            ::close(out);
-            ::close(err);
-            for (const std::string& setting : environment) {
-                putenv(const_cast<char*>(setting.c_str()));
-            }
-            std::vector<char*> arguments;
-            for (const std::string& argument : argv) {
-                arguments.push_back(const_cast<char*>(argument.c_str()));
-            }
-            arguments.push_back(nullptr);
-            execvp(arguments[0], arguments.data());
-            _exit(126);
-        }
-        Outcome outcome;
-        int status = 0;
-        waitpid(child, &status, 0);
-        outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        outcome.out = readAll(outPath);
-        outcome.err = readAll(errPath);
-        return outcome;
+        testsupport::ProcessRequest request;
+        request.argv = argv;
+        request.set = environment;
+        request.timeoutSeconds = 120;
+        return testsupport::runProcess(request);
     }
 
     // boardsim OPTIONS -- COMMAND, with --state, --trace and --summary of the
     // test unless the options give their own.
     Outcome simulate(std::vector<std::string> options, const std::vector<std::string>& command,
-                     const std::vector<std::string>& environment = {})
+                     const std::vector<std::pair<std::string, std::string>>& environment = {})
     {
         std::vector<std::string> argv{BOARDSIM_LAUNCHER, "--state", state, "--trace", trace, "--summary", summary};
         argv.insert(argv.end(), options.begin(), options.end());
@@ -103,7 +63,7 @@ protected:
     }
 
     Outcome client(const std::vector<std::string>& operations, const std::vector<std::string>& options = {"--quiet"},
-                   const std::vector<std::string>& environment = {})
+                   const std::vector<std::pair<std::string, std::string>>& environment = {})
     {
         std::vector<std::string> command{BOARDSIM_CLIENT};
         command.insert(command.end(), operations.begin(), operations.end());
@@ -112,27 +72,16 @@ protected:
 
     std::vector<QJsonObject> traceEvents(const std::string& name = std::string())
     {
-        std::vector<QJsonObject> events;
-        std::istringstream lines(readAll(trace));
-        std::string line;
-        while (std::getline(lines, line)) {
-            QJsonParseError error{};
-            const QJsonDocument document = QJsonDocument::fromJson(QByteArray::fromStdString(line), &error);
-            EXPECT_EQ(error.error, QJsonParseError::NoError) << line;
-            const QJsonObject event = document.object();
-            if (name.empty() || event.value("ev").toString().toStdString() == name) {
-                events.push_back(event);
-            }
-        }
-        return events;
+        boardtest::RunResult run;
+        EXPECT_TRUE(run.readTrace(trace));
+        return name.empty() ? run.trace : run.events(name.c_str());
     }
 
     QJsonObject summaryObject()
     {
-        QJsonParseError error{};
-        const QJsonDocument document = QJsonDocument::fromJson(QByteArray::fromStdString(readAll(summary)), &error);
-        EXPECT_EQ(error.error, QJsonParseError::NoError) << readAll(summary);
-        return document.object();
+        boardtest::RunResult run;
+        run.readSummary(summary);
+        return run.summary;
     }
 
     static std::string text(const QJsonObject& object, const char* key)
@@ -140,10 +89,11 @@ protected:
         return object.value(key).toString().toStdString();
     }
 
-    std::string root;
-    std::string state;
-    std::string trace;
-    std::string summary;
+    testsupport::TempFolder folder{"boardsim-process-test"};
+    const std::string root = folder.path();
+    const std::string state = folder.path("state");
+    const std::string trace = folder.path("trace.jsonl");
+    const std::string summary = folder.path("summary.json");
 };
 
 const std::vector<std::string> kSetup = {"spi-open", "/dev/spidev0.0", "spi-setup"};
@@ -176,12 +126,12 @@ std::string sanitizerRuntime()
 TEST_F(ProcessTest, FlashContentPersistsAcrossRunsWithState)
 {
     const Outcome write = client(withSetup({"spi-msg", "t:06,cs/t:02000100/t:c0ffee", "spi-msg", "t:05/r:1"}));
-    ASSERT_EQ(write.status, 0) << write.err;
+    ASSERT_EQ(write.status(), 0) << write.err;
     EXPECT_NE(write.out.find("setup 0 0 0 0 0 0 mode 0 bits 8 speed 10000000"), std::string::npos) << write.out;
     EXPECT_NE(write.out.find("msg 8\nmsg 2 03"), std::string::npos) << write.out;  // busy with the latch
 
     const Outcome read = client(withSetup({"spi-msg", "t:03000100/r:4"}));
-    ASSERT_EQ(read.status, 0) << read.err;
+    ASSERT_EQ(read.status(), 0) << read.err;
     EXPECT_NE(read.out.find("msg 8 c0ffeeff"), std::string::npos) << read.out;
 
     const std::string flash = readAll(state + "/flash.bin");
@@ -194,7 +144,7 @@ TEST_F(ProcessTest, ProcessesOfOneRunShareTheBoardAndItsClock)
     const std::string script = std::string(BOARDSIM_CLIENT) + " sleep 2 spi-open /dev/spidev0.0 spi-msg t:06 && " +
                                BOARDSIM_CLIENT + " sleep 3 spi-open /dev/spidev0.0 spi-msg t:05/r:1";
     const Outcome outcome = simulate({"--quiet"}, {"sh", "-c", script});
-    ASSERT_EQ(outcome.status, 0) << outcome.err;
+    ASSERT_EQ(outcome.status(), 0) << outcome.err;
     EXPECT_NE(outcome.out.find("msg 2 02"), std::string::npos) << outcome.out;  // the latch from the first process
     const QJsonObject result = summaryObject();
     // The shell is a process of the run as well, when it can load the library.
@@ -213,7 +163,7 @@ TEST_F(ProcessTest, MessageFaultReachesTheProgramAsItsErrno)
 TEST_F(ProcessTest, FaultsComeFromTheEnvironmentToo)
 {
     const Outcome outcome =
-        client({"spi-open", "/dev/spidev0.0", "melody"}, {"--quiet"}, {"BOARDSIM_FAULTS=no-spidev, no-melody"});
+        client({"spi-open", "/dev/spidev0.0", "melody"}, {"--quiet"}, {{"BOARDSIM_FAULTS", "no-spidev, no-melody"}});
     EXPECT_NE(outcome.out.find("open ENOENT"), std::string::npos) << outcome.out;
     EXPECT_NE(outcome.out.find("melody ENOENT -1 EBADF -1 -1"), std::string::npos) << outcome.out;
 }
@@ -223,7 +173,7 @@ TEST_F(ProcessTest, SpidevServedAtAnotherPathAndDescriptorCallsWork)
     const Outcome outcome = client({"spi-open", "board-node", "spi-cloexec", "spi-dup", "spi-msg", "t:9f/r:3",
                                     "spi-write", "06", "spi-read", "2", "spi-close"},
                                    {"--quiet", "--spidev", root + "/board-node"});
-    ASSERT_EQ(outcome.status, 0) << outcome.err;
+    ASSERT_EQ(outcome.status(), 0) << outcome.err;
     // The client runs in the launcher's folder; its relative path is ours.
     EXPECT_EQ(outcome.out,
               "open ENOENT\ncloexec -1\ndup EBADF\nmsg -1 EBADF\nwrite -1 EBADF\nread -1 EBADF\nclose -1\n");
@@ -247,69 +197,12 @@ TEST_F(ProcessTest, DeviceNodesAndGpioPathsExistForStatAndAccess)
     EXPECT_EQ(outcome.out, "stat ENOENT\naccess ENOENT\n");
 }
 
-// --- GPIO through streams and raw descriptors ------------------------------
-
-TEST_F(ProcessTest, StreamPinBehavesAsOnTheBoard)
-{
-    const Outcome outcome = client({"pin", "48", "out", "0", "pin-set", "0", "pin-set", "1", "pin-get", "pin-destroy"});
-    ASSERT_EQ(outcome.status, 0) << outcome.err;
-    EXPECT_EQ(outcome.out, "get 1\n");
-    std::vector<std::string> writes;
-    for (const QJsonObject& event : traceEvents("gpio_write")) {
-        writes.push_back(text(event, "path") + "=" + text(event, "data") + ":" + text(event, "result"));
-    }
-    // The first unexport is refused and stays in the stream, which hands it
-    // over again when it is closed, after the line was exported.
-    EXPECT_EQ(writes, (std::vector<std::string>{"unexport=48:EINVAL", "export=48:ok", "gpio48/active_low=0:ok",
-                                                "gpio48/direction=out:ok", "gpio48/value=0:ok", "gpio48/value=1:ok",
-                                                "unexport=48:ok"}));
-    struct stat info {};
-    EXPECT_NE(stat((state + "/gpio/gpio48").c_str(), &info), 0);
-    const QJsonArray history = summaryObject().value("gpio").toObject().value("lines").toObject().value("48").toArray();
-    ASSERT_EQ(history.size(), 3);
-    EXPECT_EQ(history[2].toArray()[1].toInt(), 1);
-}
-
-TEST_F(ProcessTest, LineLeftExportedIsThereInTheNextRun)
-{
-    ASSERT_EQ(
-        client({"gpio-write", "/sys/class/gpio/export", "48", "gpio-write", "/sys/class/gpio/gpio48/direction", "high"})
-            .status,
-        0);
-    EXPECT_EQ(readAll(state + "/gpio/gpio48/value"), "1\n");
-    const Outcome next = client({"gpio-read", "/sys/class/gpio/gpio48/direction", "gpio-read",
-                                 "/sys/class/gpio/gpio48/value", "gpio-write", "/sys/class/gpio/export", "48"});
-    EXPECT_EQ(next.out, "read out\\n\nread 1\\n\nwrite EBUSY\n");
-}
-
-TEST_F(ProcessTest, EdgeWaitWithPpollTakesVirtualTime)
-{
-    const auto before = std::chrono::steady_clock::now();
-    const Outcome outcome = client({"pin", "2", "in", "0", "pin-wait", "falling", "30", "pin-wait", "falling", "20"},
-                                   {"--quiet", "--edge", "2:falling@1.5"});
-    ASSERT_EQ(outcome.status, 0) << outcome.err;
-    EXPECT_EQ(outcome.out, "wait edge\nwait timeout\n");
-    EXPECT_EQ(summaryObject().value("board_time_ns").toDouble(), 21.5e9);
-    // 21.5 s of waiting took no such wall time (a generous bound).
-    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(15));
-    const std::vector<QJsonObject> polls = traceEvents("gpio_poll");
-    ASSERT_EQ(polls.size(), 2U);
-    EXPECT_EQ(text(polls[0], "result"), "edge");
-    EXPECT_EQ(polls[0].value("t").toDouble(), 1.5e9);
-}
-
-TEST_F(ProcessTest, ActiveLowPinSeesTheElectricalFallAsRising)
-{
-    const Outcome outcome =
-        client({"pin", "2", "in", "1", "pin-wait", "falling", "5", "pin", "3", "in", "1", "pin-wait", "rising", "5"},
-               {"--quiet", "--edge", "2:falling@1", "--edge", "3:falling@7"});
-    EXPECT_EQ(outcome.out, "wait timeout\nwait edge\n") << outcome.err;
-}
+// --- GPIO through raw descriptors and stdio ------------------------------
 
 TEST_F(ProcessTest, FortifiedEntryPointsReachTheSimulator)
 {
     const Outcome outcome = simulate({"--quiet"}, {BOARDSIM_FORTIFIED_CLIENT, "49"});
-    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(outcome.status(), 0) << outcome.err;
     EXPECT_EQ(outcome.out, "read 2 0 poll 0 ppoll 0\n");
     EXPECT_EQ(traceEvents("gpio_open").size(), 2U);  // export and value (through the folder)
     EXPECT_EQ(traceEvents("gpio_read").size(), 1U);
@@ -343,13 +236,13 @@ TEST_F(ProcessTest, StdioOutputOnAGpioFileIsDeliveredAtClose)
     EXPECT_EQ(stat((state + "/gpio/gpio49/value").c_str(), &info), 0);
 }
 
-// --- Sleeps, sound, pass-through -------------------------------------------
+// --- Sleeps and pass-through -------------------------------------------
 
 TEST_F(ProcessTest, MainThreadSleepsAreVirtualOtherThreadsSleepForReal)
 {
     const auto before = std::chrono::steady_clock::now();
     const Outcome outcome = client({"sleep", "30", "usleep", "1000", "nanosleep", "1500", "thread-usleep", "20000"});
-    ASSERT_EQ(outcome.status, 0) << outcome.err;
+    ASSERT_EQ(outcome.status(), 0) << outcome.err;
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(15));
     EXPECT_EQ(summaryObject().value("board_time_ns").toDouble(), 30e9 + 1e6 + 1500);
     const std::vector<QJsonObject> sleeps = traceEvents("sleep");
@@ -359,21 +252,7 @@ TEST_F(ProcessTest, MainThreadSleepsAreVirtualOtherThreadsSleepForReal)
     EXPECT_TRUE(sleeps[0].value("virtual").toBool());
     EXPECT_EQ(text(sleeps[3], "thread"), "other");
     EXPECT_FALSE(sleeps[3].value("virtual").toBool());
-}
-
-TEST_F(ProcessTest, SoundDeviceCycle)
-{
-    const Outcome outcome = client({"melody"});
-    EXPECT_EQ(outcome.out, "melody open 0 - 0 0\n");
-    const std::vector<QJsonObject> requests = traceEvents("melody_ioctl");
-    ASSERT_EQ(requests.size(), 3U);
-    EXPECT_EQ(text(requests[0], "bytes"), "01000000d0070000");
-    EXPECT_EQ(text(requests[1], "req"), "START_STOP");
-    EXPECT_EQ(text(requests[1], "bytes"), "01");
-    const QJsonArray timeline = summaryObject().value("melody").toObject().value("timeline").toArray();
-    ASSERT_EQ(timeline.size(), 2);
-    EXPECT_EQ(timeline[0].toArray()[1].toString(), "on");
-    EXPECT_EQ(timeline[1].toArray()[2].toInt(), 2000);
+    EXPECT_EQ(client({"nanosleep", "-1"}).out, "nanosleep -1 EINVAL\n");
 }
 
 TEST_F(ProcessTest, OrdinaryFilesPassThroughAndReuseSimulatedNumbers)
@@ -399,7 +278,7 @@ TEST_F(ProcessTest, OrdinaryFilesPassThroughAndReuseSimulatedNumbers)
 TEST_F(ProcessTest, TraceAndSummaryHaveTheDocumentedShape)
 {
     const Outcome outcome = client(withSetup({"spi-msg", "t:06,cs/t:c7", "sleep", "1"}), {});
-    ASSERT_EQ(outcome.status, 0);
+    ASSERT_EQ(outcome.status(), 0);
     EXPECT_NE(outcome.err.find("boardsim: board time 1.000"), std::string::npos) << outcome.err;
     EXPECT_NE(outcome.err.find("boardsim: violations: 1 (gpio48-not-low 1)"), std::string::npos) << outcome.err;
     const std::vector<QJsonObject> events = traceEvents();
@@ -437,9 +316,9 @@ TEST_F(ProcessTest, TraceAndSummaryHaveTheDocumentedShape)
 
 TEST_F(ProcessTest, ExitStatusIsTheCommands)
 {
-    EXPECT_EQ(client({"exit", "3"}).status, 3);
-    EXPECT_EQ(simulate({"--quiet"}, {"sh", "-c", "kill -TERM $$"}).status, 128 + 15);
-    EXPECT_EQ(simulate({"--quiet"}, {root + "/no-such-program"}).status, 127);
+    EXPECT_EQ(client({"exit", "3"}).status(), 3);
+    EXPECT_EQ(simulate({"--quiet"}, {"sh", "-c", "kill -TERM $$"}).status(), 128 + 15);
+    EXPECT_EQ(simulate({"--quiet"}, {root + "/no-such-program"}).status(), 127);
 }
 
 TEST_F(ProcessTest, OwnErrorsStopBeforeTheCommandRuns)
@@ -447,17 +326,17 @@ TEST_F(ProcessTest, OwnErrorsStopBeforeTheCommandRuns)
     const std::string marker = root + "/ran";
     const std::vector<std::string> command{"touch", marker};
     Outcome outcome = simulate({"--fault", "msg:x:EIO"}, command);
-    EXPECT_EQ(outcome.status, 125);
+    EXPECT_EQ(outcome.status(), 125);
     EXPECT_EQ(outcome.err.rfind("boardsim: bad fault 'msg:x:EIO'", 0), 0U) << outcome.err;
 
     ASSERT_EQ(mkdir(state.c_str(), 0755), 0);
     std::ofstream(state + "/flash.bin") << "too short";
     outcome = simulate({}, command);
-    EXPECT_EQ(outcome.status, 125);
+    EXPECT_EQ(outcome.status(), 125);
     EXPECT_NE(outcome.err.find("broken state folder"), std::string::npos) << outcome.err;
 
     outcome = simulate({"--preload", root + "/missing.so"}, command);
-    EXPECT_EQ(outcome.status, 125);
+    EXPECT_EQ(outcome.status(), 125);
     struct stat info {};
     EXPECT_NE(stat(marker.c_str(), &info), 0);
 }
@@ -467,8 +346,8 @@ TEST_F(ProcessTest, LibraryWithoutTheLauncherRefusesToRun)
     std::string preload = sanitizerRuntime();
     preload += (preload.empty() ? "" : " ") + std::string(BOARDSIM_LIBRARY);
     const Outcome outcome =
-        execute({BOARDSIM_CLIENT, "spi-open", "/dev/spidev0.0"}, {"LD_PRELOAD=" + preload, "BOARDSIM_RUN="});
-    EXPECT_EQ(outcome.status, 125);
+        execute({BOARDSIM_CLIENT, "spi-open", "/dev/spidev0.0"}, {{"LD_PRELOAD", preload}, {"BOARDSIM_RUN", ""}});
+    EXPECT_EQ(outcome.status(), 125);
     EXPECT_EQ(outcome.out, "");
     EXPECT_NE(outcome.err.find("boardsim: BOARDSIM_RUN is not set"), std::string::npos) << outcome.err;
 }

@@ -8,10 +8,13 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 #include <sstream>
 
 namespace boardsim_test {
+
+constexpr std::ptrdiff_t kGuard = 64;
 
 Record send(std::vector<std::uint8_t> bytes, bool csChange)
 {
@@ -36,23 +39,21 @@ std::vector<std::uint8_t> address24(std::uint8_t opcode, std::uint32_t address)
 
 void SimFixture::SetUp()
 {
-    char pattern[] = "/tmp/boardsim-test.XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    m_root = pattern;
-    m_stateDir = m_root + "/state";
+    m_root = std::make_unique<testsupport::TempFolder>("boardsim-test");
+    m_stateDir = m_root->path("state");
 }
 
 void SimFixture::TearDown()
 {
     m_simulator.reset();
     m_runFile.reset();
-    boardsim::removeTree(m_root);
+    m_root.reset();
 }
 
 void SimFixture::start(const boardsim::Options& options)
 {
     std::string error;
-    m_runFile = boardsim::RunFile::create(m_root + "/run.bin", error);
+    m_runFile = boardsim::RunFile::create(m_root->path("run.bin"), error);
     ASSERT_TRUE(m_runFile) << error;
     ASSERT_TRUE(boardsim::setUpRun(options, m_stateDir, {}, m_runFile->block(), error)) << error;
     m_simulator = boardsim::Simulator::create(m_runFile->path().c_str(), error);
@@ -139,7 +140,8 @@ MessageResult SimFixture::message(int fd, const std::vector<Record>& records)
             transfer.tx_buf = reinterpret_cast<std::uintptr_t>(record.tx.data());
         }
         if (record.rxLength > 0) {
-            rx[k].assign(record.rxLength, 0xAA);
+            // Guard bytes after the buffer: the models must not write past it.
+            rx[k].assign(record.rxLength + kGuard, 0xAA);
             transfer.rx_buf = reinterpret_cast<std::uintptr_t>(rx[k].data());
         }
         transfer.len = record.length != 0
@@ -149,12 +151,15 @@ MessageResult SimFixture::message(int fd, const std::vector<Record>& records)
         transfer.speed_hz = record.speedHz;
         transfer.delay_usecs = record.delayUsecs;
         transfer.tx_nbits = record.txNbits;
+        transfer.bits_per_word = record.bitsPerWord;
     }
     MessageResult result;
     result.result = ioctl(fd, SPI_IOC_MESSAGE(records.size()), transfers.data(), &result.err);
     for (std::size_t k = 0; k < records.size(); ++k) {
         if (records[k].rxLength > 0) {
-            result.rx.push_back(rx[k]);
+            const auto end = rx[k].begin() + records[k].rxLength;
+            EXPECT_EQ(std::count(end, rx[k].end(), 0xAA), kGuard) << "written past the receive buffer";
+            result.rx.emplace_back(rx[k].begin(), end);
         }
     }
     return result;

@@ -7,6 +7,7 @@
 #include "options.h"
 #include "run_file.h"
 #include "simulator.h"
+#include "TempFolder.h"
 
 #include <gtest/gtest.h>
 #include <linux/spi/spidev.h>
@@ -27,6 +28,7 @@ struct Record {
     std::uint32_t speedHz = 0;
     std::uint16_t delayUsecs = 0;
     std::uint8_t txNbits = 0;
+    std::uint8_t bitsPerWord = 0;
 };
 
 Record send(std::vector<std::uint8_t> bytes, bool csChange = false);
@@ -76,7 +78,7 @@ protected:
     std::string readFile(const std::string& path);
 
 private:
-    std::string m_root;
+    std::unique_ptr<testsupport::TempFolder> m_root;
     std::string m_stateDir;
     std::unique_ptr<boardsim::RunFile> m_runFile;
     std::unique_ptr<boardsim::Simulator> m_simulator;

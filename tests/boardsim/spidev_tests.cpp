@@ -130,6 +130,36 @@ TEST_F(SpidevTest, MessagesAreCheckedBeforeAnythingReachesTheBus)
     EXPECT_EQ(run().counters.failed, 5U);
 }
 
+// The SPI core shifts words of 1, 2 or 4 bytes for up to 8, 16 or 32 bits
+// (0: the device's 8): a record must hold whole words, and more than 32 bits
+// is refused. Only 8-bit words reach the chip as commands.
+struct WordCase {
+    std::uint8_t bits;
+    std::uint32_t length;
+    int err;
+};
+
+class WordSizeTest : public SpidevTest, public ::testing::WithParamInterface<WordCase> {};
+
+TEST_P(WordSizeTest, RecordsHoldWholeWordsAndOnlyBytesAreDecoded)
+{
+    startWith(boardsim::Options());
+    Record writeEnable = send(std::vector<std::uint8_t>(GetParam().length, 0x06));
+    writeEnable.length = GetParam().length;
+    writeEnable.bitsPerWord = GetParam().bits;
+    const MessageResult result = message(fd, {writeEnable});
+    EXPECT_EQ(result.err, GetParam().err);
+    EXPECT_EQ(result.result, GetParam().err == 0 ? static_cast<int>(GetParam().length) : -1);
+    const bool latched = GetParam().err == 0 && GetParam().length == 1 && GetParam().bits % 8 == 0;
+    EXPECT_EQ(readStatus(fd), latched ? 0x02 : 0x00);
+}
+
+INSTANTIATE_TEST_SUITE_P(Sizes, WordSizeTest,
+                         ::testing::Values(WordCase{0, 1, 0}, WordCase{8, 1, 0}, WordCase{7, 1, 0},
+                                           WordCase{9, 1, EINVAL}, WordCase{9, 2, 0}, WordCase{16, 3, EINVAL},
+                                           WordCase{16, 2, 0}, WordCase{17, 2, EINVAL}, WordCase{17, 4, 0},
+                                           WordCase{32, 4, 0}, WordCase{32, 6, EINVAL}, WordCase{33, 4, EINVAL}));
+
 TEST_F(SpidevTest, ChipSelectIsReleasedOnlyAfterCsChangeAndAtTheEnd)
 {
     startWith(boardsim::Options());

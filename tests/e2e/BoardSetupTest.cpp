@@ -171,38 +171,6 @@ TEST_F(BoardSetup, MissingMelodyDeviceIsLoggedAndTheToolGoesOn)
     EXPECT_EQ(run.logRecords("ERROR"), expected) << run.log;
 }
 
-// The first use of line 48 releases it, exports it and configures it, in this
-// order, and drives it to 0 before the first SPI message; no other line is
-// touched.
-TEST_F(BoardSetup, Line48IsSetUpOnFirstUseBeforeAnyTransfer)
-{
-    const RunResult run = checkErased();
-    expectSuccessfulRun(run);
-
-    std::vector<std::string> writes;
-    for (const QJsonObject& write : run.events("gpio_write")) {
-        writes.push_back(text(write.value(QStringLiteral("path"))) + "=" + text(write.value(QStringLiteral("data"))) +
-                         ":" + text(write.value(QStringLiteral("result"))));
-    }
-    const std::vector<std::string> expected = {
-        "unexport=48:EINVAL",  // not exported on a fresh board: refused
-        "export=48:ok",       "gpio48/active_low=0:ok", "gpio48/direction=out:ok",
-        "gpio48/value=0:ok",  "gpio48/value=1:ok",
-    };
-    EXPECT_EQ(writes, expected);
-
-    const int firstTransfer = traceIndex(run, run.spiMessages().front());
-    EXPECT_LT(traceIndex(run, run.gpioWrites("gpio48/value").front()), firstTransfer);
-    for (const QJsonObject& open : run.events("gpio_open")) {
-        const std::string path = text(open.value(QStringLiteral("path")));
-        if (path != "export" && path != "unexport") {
-            EXPECT_EQ(path.rfind("gpio48/", 0), 0U) << "only line 48 is used: " << path;
-        }
-    }
-    // Line 48 stays exported, at 1, after the run.
-    EXPECT_EQ(readFile(m_board.stateFolder() + "/gpio/gpio48/value"), (Bytes{'1', '\n'}));
-}
-
 TEST_F(BoardSetup, Line48LeftExportedByAnEarlierRunIsReleasedFirst)
 {
     expectSuccessfulRun(checkErased());

@@ -35,60 +35,53 @@ protected:
     Bytes m_flash;
 };
 
-TEST_F(Check, FlashHoldingTheImageIsUpToDate)
+// The verdict over the firmware area: an image is up to date when the flash
+// begins with it (however short), not actual when any byte differs as read
+// back, or when it is longer than the area. The whole area is read either
+// way, and the flash is left as it was.
+struct Verdict {
+    const char* name;
+    std::size_t length;
+    long changedAt;     // -1: the image is the flash's own bytes
+    const char* fault;  // simulator fault, or nullptr
+    bool upToDate;
+};
+
+class CheckVerdict : public Check, public ::testing::WithParamInterface<Verdict> {};
+
+TEST_P(CheckVerdict, ComparesTheImageWithTheFlash)
 {
-    const RunResult run = check(flashPrefix(FIRMWARE_AREA));
-    expectSuccessfulRun(run);
-    EXPECT_EQ(run.logMessages(), std::vector<std::string>{UP_TO_DATE});
-    EXPECT_EQ(messagesOfKind(run, MessageKind::Read).size(), 512U);
+    const Verdict& verdict = GetParam();
+    Bytes image = flashPrefix(verdict.length);
+    if (verdict.changedAt >= 0) {
+        image[static_cast<std::size_t>(verdict.changedAt)] ^= 0x10;
+    }
+    RunSettings settings;
+    if (verdict.fault != nullptr) {
+        settings.simulatorOptions = {"--fault", verdict.fault};
+    }
+    const RunResult run = check(image, settings);
+    if (verdict.upToDate) {
+        expectSuccessfulRun(run);
+        EXPECT_EQ(messagesOfKind(run, MessageKind::Read).size(), 512U);
+    } else {
+        expectFailedRun(run);
+    }
+    EXPECT_EQ(run.violationsTotal(), 0);
+    EXPECT_EQ(run.logMessages(), std::vector<std::string>{verdict.upToDate ? UP_TO_DATE : NOT_ACTUAL});
     EXPECT_EQ(m_board.flash(), m_flash);
 }
 
-TEST_F(Check, ShorterImageIsComparedOverItsOwnLength)
-{
-    const RunResult run = check(flashPrefix(100));
-    expectSuccessfulRun(run);
-    EXPECT_EQ(run.logMessages(), std::vector<std::string>{UP_TO_DATE});
-    EXPECT_EQ(messagesOfKind(run, MessageKind::Read).size(), 512U) << "the whole area is read however short the file";
-}
-
-TEST_F(Check, EmptyImageIsUpToDate)
-{
-    const RunResult run = check(Bytes{});
-    expectSuccessfulRun(run);
-    EXPECT_EQ(run.logMessages(), std::vector<std::string>{UP_TO_DATE});
-    EXPECT_EQ(messagesOfKind(run, MessageKind::Read).size(), 512U);
-}
-
-TEST_F(Check, OneChangedByteIsNotActual)
-{
-    for (const std::size_t at : {std::size_t{0}, std::size_t{70000}, FIRMWARE_AREA - 1}) {
-        SCOPED_TRACE(at);
-        Bytes image = flashPrefix(FIRMWARE_AREA);
-        image[at] ^= 0x10;
-        const RunResult run = check(image);
-        expectFailedRun(run);
-        EXPECT_EQ(run.violationsTotal(), 0);
-        EXPECT_EQ(run.logMessages(), std::vector<std::string>{NOT_ACTUAL});
-    }
-}
-
-TEST_F(Check, ByteThatReadsBackWrongIsNotActual)
-{
-    RunSettings settings;
-    settings.simulatorOptions = {"--fault", "flip:0x1ff00:0x80"};
-    const RunResult run = check(flashPrefix(FIRMWARE_AREA), settings);
-    expectFailedRun(run);
-    EXPECT_EQ(run.logMessages(), std::vector<std::string>{NOT_ACTUAL});
-}
-
-TEST_F(Check, ImageLongerThanTheFirmwareAreaIsNeverActual)
-{
-    Bytes image = flashPrefix(FIRMWARE_AREA + 1);
-    const RunResult run = check(image);
-    expectFailedRun(run);
-    EXPECT_EQ(run.logMessages(), std::vector<std::string>{NOT_ACTUAL});
-}
+INSTANTIATE_TEST_SUITE_P(Images, CheckVerdict,
+                         ::testing::Values(Verdict{"Same", FIRMWARE_AREA, -1, nullptr, true},
+                                           Verdict{"Shorter", 100, -1, nullptr, true},
+                                           Verdict{"Empty", 0, -1, nullptr, true},
+                                           Verdict{"FirstByteChanged", FIRMWARE_AREA, 0, nullptr, false},
+                                           Verdict{"MiddleByteChanged", FIRMWARE_AREA, 70000, nullptr, false},
+                                           Verdict{"LastByteChanged", FIRMWARE_AREA, FIRMWARE_AREA - 1, nullptr, false},
+                                           Verdict{"ReadsBackWrong", FIRMWARE_AREA, -1, "flip:0x1ff00:0x80", false},
+                                           Verdict{"LongerThanTheArea", FIRMWARE_AREA + 1, -1, nullptr, false}),
+                         [](const ::testing::TestParamInfo<Verdict>& param) { return std::string(param.param.name); });
 
 // A name that exists but cannot be opened as a file (a folder) counts as up
 // to date: neither it nor the flash is read.

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <utility>
 
 using namespace boardtest;
 
@@ -180,25 +181,19 @@ protected:
     std::vector<std::int64_t> m_programIndex;
 };
 
-TEST_F(WriteFailure, AtTheFirstPage)
+class WriteFailureAt : public WriteFailure, public ::testing::WithParamInterface<std::pair<std::size_t, bool>> {};
+
+TEST_P(WriteFailureAt, StopsAtThatPage)
 {
-    expectStopsAtPage(0, false);
+    expectStopsAtPage(GetParam().first, GetParam().second);
 }
 
-TEST_F(WriteFailure, AtAMiddlePage)
-{
-    expectStopsAtPage(256, false);
-}
-
-TEST_F(WriteFailure, AtTheLastPage)
-{
-    expectStopsAtPage(511, false);
-}
-
-TEST_F(WriteFailure, InThePollAfterTheLastPage)
-{
-    expectStopsAtPage(511, true);
-}
+// (page, whether the poll after it fails rather than its program message)
+INSTANTIATE_TEST_SUITE_P(Positions, WriteFailureAt,
+                         ::testing::Values(std::make_pair(std::size_t{0}, false),
+                                           std::make_pair(std::size_t{256}, false),
+                                           std::make_pair(std::size_t{511}, false),
+                                           std::make_pair(std::size_t{511}, true)));
 
 // A name that exists but cannot be opened as a file (a folder): the erase
 // runs, then programming fails without a log record of its own, after the

@@ -69,7 +69,7 @@ protected:
     // appender, while another thread commits as well, then returns the file.
     std::string run(int threads, int recordsPerThread, int cacheBound, int periodMs)
     {
-        const std::string path = dir.file("concurrency.log");
+        const std::string path = dir.path("concurrency.log");
         log4cplus::helpers::SharedObjectPtr<AsyncRollingFileAppender> appender(
             new AsyncRollingFileAppender(path, 100L * 1024 * 1024, cacheBound, periodMs));
         appender->setLayout(std::make_unique<log4cplus::PatternLayout>("%m%n"));

@@ -117,7 +117,7 @@ private:
 class AppenderTest : public ::testing::Test {
 protected:
     logtest::TempDir dir;
-    const std::string path = dir.file("test.log");
+    const std::string path = dir.path("test.log");
 };
 
 TEST_F(AppenderTest, WritesTheRestartBannerAtEveryConstruction)
@@ -163,7 +163,7 @@ TEST_F(AppenderTest, OverflowKeepsTheNewestAndWarnsOnceWithTheLostCount)
     for (const int bound : {50, 0}) {
         SCOPED_TRACE("bound " + std::to_string(bound));
         logtest::TempDir ownDir;
-        const std::string ownPath = ownDir.file("test.log");
+        const std::string ownPath = ownDir.path("test.log");
         TestAppender appender(ownPath, LARGE_ROLLOVER, bound, NEVER);
         appender.manualCommits();
         appender.logRecords(1, 60);
@@ -232,13 +232,13 @@ TEST_F(AppenderTest, RolloverUsesTheSizeTheBaseClassKeeps)
         EXPECT_FALSE(std::filesystem::exists(path + ".1"));
         EXPECT_GT(readFile(path).size(), 20000u);
     }
-    TestAppender larger(dir.file("larger.log"), 300000, 100, NEVER);
+    TestAppender larger(dir.path("larger.log"), 300000, 100, NEVER);
     EXPECT_EQ(larger->getRolloverSize(), 300000);
 }
 
 TEST_F(AppenderTest, MissingDirectoryIsReportedAtEveryCommitAndTheCacheStaysBounded)
 {
-    const std::string missing = dir.file("missing/test.log");
+    const std::string missing = dir.path("missing/test.log");
     TestAppender appender(missing, LARGE_ROLLOVER, 50, NEVER);
     const auto reports = appender.manualCommits();
     appender.logRecords(1, 60);
@@ -308,7 +308,7 @@ TEST_F(AppenderTest, DestructorCommitsTheRemainingRecords)
 TEST_F(AppenderTest, FailedFinalCommitAbortsWithItsMessage)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const std::string missing = dir.file("missing/test.log");
+    const std::string missing = dir.path("missing/test.log");
     EXPECT_DEATH(
         {
             TestAppender appender(missing, LARGE_ROLLOVER, 50, NEVER);

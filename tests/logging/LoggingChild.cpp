@@ -3,7 +3,8 @@
 // whole process: configuration from its environment, the console and file
 // output, the first statement's time base and the final commit at exit.
 //
-//   logging_child records      INFO and ERROR on "spi_logger", INFO on "exception_logger"
+//   logging_child records      INFO and ERROR on "spi_logger", INFO on "exception_logger",
+//                              DEBUG on "spi_logger" (disabled by default)
 //   logging_child exit N       N INFO records, then exit() at once
 //   logging_child disabled     a disabled INFO statement first, then an ERROR one
 //   logging_child elapsed      two statements 30 ms apart
@@ -95,6 +96,9 @@ int main(int argc, char** argv)
         MERIVAK_LOG_INFO("spi_logger", "info record " << 1);
         MERIVAK_LOG_ERROR("spi_logger", "error record " << 2);
         MERIVAK_LOG_INFO("exception_logger", "exception info record");
+        // The root logger stands at INFO: a statement below passes only where
+        // a logger's level is lowered.
+        MERIVAK_LOG("spi_logger", log4cplus::DEBUG_LOG_LEVEL, "debug record");
     } else if (scenario == "exit" && argc > 2) {
         const int count = std::atoi(argv[2]);
         for (int number = 1; number <= count; ++number) {

@@ -2,8 +2,10 @@
 #ifndef MERIVAK_TESTS_LOGGING_TESTFILES_H
 #define MERIVAK_TESTS_LOGGING_TESTFILES_H
 
-// Small helpers shared by the logging tests: a private temporary folder,
-// whole-file reads and bounded polling.
+// Small helpers shared by the logging tests: whole-file reads and bounded
+// polling.
+
+#include "TempFolder.h"
 
 #include <chrono>
 #include <cstdlib>
@@ -17,36 +19,12 @@
 
 namespace logtest {
 
-class TempDir {
-public:
-    TempDir()
-    {
-        std::string pattern = (std::filesystem::temp_directory_path() / "merivak-log-XXXXXX").string();
-        if (::mkdtemp(&pattern[0]) != nullptr) {
-            m_path = pattern;
-        }
-    }
-    ~TempDir()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_path, ignored);
-    }
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
+using TempDir = testsupport::TempFolder;
 
-    const std::string& path() const { return m_path; }
-    std::string file(const std::string& name) const { return m_path + "/" + name; }
-
-private:
-    std::string m_path;
-};
-
+using testsupport::readText;
 inline std::string readFile(const std::string& path)
 {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
+    return readText(path);
 }
 
 inline std::vector<std::string> splitLines(const std::string& text)

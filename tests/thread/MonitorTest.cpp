@@ -37,28 +37,6 @@ private:
     int m_balance = 0;
 };
 
-TEST(MonitorTest, LockedTwiceStaysLockedForOthersUntilUnlockedTwice)
-{
-    Account account;
-    ASSERT_TRUE(account.lock());
-    ASSERT_TRUE(account.lock());
-    EXPECT_FALSE(tryLockFromAnotherThread(account));
-    EXPECT_EQ(0, account.unlock());
-    EXPECT_FALSE(tryLockFromAnotherThread(account));
-    EXPECT_EQ(0, account.unlock());
-    EXPECT_TRUE(tryLockFromAnotherThread(account));
-}
-
-TEST(MonitorTest, TryLockWhileAnotherThreadHoldsTheObjectFailsWithoutWaiting)
-{
-    Account account;
-    ForeignHolder holder(account);
-    EXPECT_FALSE(account.tryLock());
-    holder.release();
-    ASSERT_TRUE(account.tryLock());
-    account.unlock();
-}
-
 TEST(MonitorTest, ObjectLockIsItsOwnMutex)
 {
     Account account;

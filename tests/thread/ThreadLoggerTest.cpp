@@ -22,20 +22,6 @@ TEST(ThreadLoggerTest, ExtraOperationsAlwaysSucceed)
     EXPECT_TRUE(logger.open());
 }
 
-TEST(ThreadLoggerTest, ClassDataIsOneObjectForAllThreads)
-{
-    thread::Lockable* lockElsewhere = nullptr;
-    ThreadLogger::THREAD_MAP* mapElsewhere = nullptr;
-    std::thread other([&] {
-        lockElsewhere = &ThreadLogger::getClassLock();
-        mapElsewhere = &ThreadLogger::getThreadByScope();
-    });
-    other.join();
-    EXPECT_EQ(&ThreadLogger::getClassLock(), lockElsewhere);
-    EXPECT_EQ(&ThreadLogger::getThreadByScope(), mapElsewhere);
-    EXPECT_NE(nullptr, dynamic_cast<thread::Mutex*>(lockElsewhere));
-}
-
 TEST(ThreadLoggerTest, ClassLockIsIndependentOfThreadsClassLock)
 {
     ForeignHolder holder(thread::Thread::getClassLock());
@@ -46,21 +32,6 @@ TEST(ThreadLoggerTest, ClassLockIsIndependentOfThreadsClassLock)
     ForeignHolder loggerHolder(ThreadLogger::getClassLock());
     ASSERT_TRUE(thread::Thread::getClassLock().tryLock());
     thread::Thread::getClassLock().unlock();
-}
-
-TEST(ThreadLoggerTest, ScopeMapIsKeyedByTheScopeNameText)
-{
-    thread::Lock guard(ThreadLogger::getClassLock());
-    ThreadLogger::THREAD_MAP& map = ThreadLogger::getThreadByScope();
-    map.clear();
-    char scopeCopy[] = "MEAS";
-    map[thread::Thread::SCOPE_NAMES[3]].insert(pthread_self());
-    map[scopeCopy].insert(static_cast<pthread_t>(77));
-    map[thread::Thread::EXTERNAL_SCOPE].insert(static_cast<pthread_t>(5));
-    ASSERT_EQ(2u, map.size()) << "the same name from two places is one scope";
-    EXPECT_EQ(2u, map["MEAS"].size());
-    EXPECT_EQ("EXTERNAL", map.begin()->first) << "ordered by name";
-    map.clear();
 }
 
 }  // namespace

@@ -136,33 +136,6 @@ TEST(HandleMapTest, ReplacingAHandleKeepsTheOldEntry)
     EXPECT_EQ(nullptr, Thread::findThread(worker.handle()));
 }
 
-TEST(HandleMapTest, RegisterAndUnregisterDirectly)
-{
-    TestThread object("SOURCE");
-    const pthread_t handle = static_cast<pthread_t>(12345);
-    Thread::unregisterThread(handle);  // nothing there: no effect
-    Thread::registerThread(&object, handle);
-    EXPECT_EQ(&object, Thread::findThread(handle));
-    EXPECT_STREQ("SOURCE", Thread::getScopeName(handle));
-    Thread::unregisterThread(handle);
-    EXPECT_EQ(nullptr, Thread::findThread(handle));
-    EXPECT_STREQ("EXTERNAL", Thread::getScopeName(handle));
-}
-
-TEST(HandleMapTest, ClassDataIsOneObjectForAllThreads)
-{
-    Thread::THREAD_FROM_HANDLE* mapElsewhere = nullptr;
-    thread::Mutex* lockElsewhere = nullptr;
-    std::thread other([&] {
-        mapElsewhere = &Thread::getHandleMap();
-        lockElsewhere = &Thread::getClassLock();
-    });
-    other.join();
-    EXPECT_EQ(&Thread::getHandleMap(), mapElsewhere);
-    EXPECT_EQ(&Thread::getClassLock(), lockElsewhere);
-    EXPECT_NE(static_cast<thread::Lockable*>(&Thread::getClassLock()), &thread::Lock::getClassLock());
-}
-
 TEST(HandleMapTest, RegistrationsFromManyThreadsAreAllKept)
 {
     constexpr int THREADS = 8;
@@ -301,48 +274,42 @@ bool sameCall(const Call& expected, const Call& actual)
            expected.priority == actual.priority;
 }
 
-TEST(PriorityTest, ApplyMakesNoCallWhenPolicyAndPriorityAlreadyFit)
-{
-    interpose::Script script;
-    // The test thread runs under normal scheduling at priority 0.
-    EXPECT_EQ(0, Thread::applyPriority(0, 0));
-    script.setScheduling(SCHED_RR, 5);
-    EXPECT_EQ(5, Thread::applyPriority(0, 5));
-    script.setScheduling(SCHED_OTHER, 0);
-    EXPECT_EQ(0, Thread::applyPriority(pthread_self(), 0));
-    EXPECT_TRUE(script.schedulingCalls().empty());
-}
+// The thread runs under (policy, priority); applyPriority(handle, wanted)
+// returns the priority before and calls the scheduler only when either
+// differs: round robin above priority 0, normal scheduling otherwise.
+struct ApplyCase {
+    int policy;
+    int priority;
+    bool otherThread;
+    int wanted;
+    bool calls;
+    int expectedPolicy;
+};
 
-TEST(PriorityTest, ApplyChoosesRoundRobinAbovePriorityZero)
+class ApplyPriorityTest : public ::testing::TestWithParam<ApplyCase> {};
+
+TEST_P(ApplyPriorityTest, CallsTheSchedulerOnlyWhenPolicyOrPriorityDiffer)
 {
+    const ApplyCase& c = GetParam();
     interpose::Script script;
-    script.setScheduling(SCHED_OTHER, 0);
-    EXPECT_EQ(0, Thread::applyPriority(0, 5));
+    script.setScheduling(c.policy, c.priority);
+    const pthread_t target = c.otherThread ? static_cast<pthread_t>(4242) : pthread_self();
+    EXPECT_EQ(c.priority, Thread::applyPriority(c.otherThread ? target : 0, c.wanted));
+    if (!c.calls) {
+        EXPECT_TRUE(script.schedulingCalls().empty());
+        return;
+    }
     ASSERT_EQ(1u, script.schedulingCalls().size());
-    EXPECT_TRUE(sameCall({pthread_self(), SCHED_RR, 5}, script.schedulingCalls()[0]));
+    EXPECT_TRUE(sameCall({target, c.expectedPolicy, c.wanted}, script.schedulingCalls()[0]));
 }
 
-TEST(PriorityTest, ApplyCallsWhenOnlyThePolicyDiffers)
-{
-    interpose::Script script;
-    script.setScheduling(SCHED_FIFO, 5);
-    EXPECT_EQ(5, Thread::applyPriority(0, 5));
-    ASSERT_EQ(1u, script.schedulingCalls().size());
-    EXPECT_TRUE(sameCall({pthread_self(), SCHED_RR, 5}, script.schedulingCalls()[0]));
-}
-
-TEST(PriorityTest, ApplyCallsWhenOnlyThePriorityDiffers)
-{
-    interpose::Script script;
-    script.setScheduling(SCHED_OTHER, 0);
-    EXPECT_EQ(0, Thread::applyPriority(0, -1));
-    script.setScheduling(SCHED_RR, 5);
-    const pthread_t other = static_cast<pthread_t>(4242);
-    EXPECT_EQ(5, Thread::applyPriority(other, 0));
-    ASSERT_EQ(2u, script.schedulingCalls().size());
-    EXPECT_TRUE(sameCall({pthread_self(), SCHED_OTHER, -1}, script.schedulingCalls()[0]));
-    EXPECT_TRUE(sameCall({other, SCHED_OTHER, 0}, script.schedulingCalls()[1]));
-}
+INSTANTIATE_TEST_SUITE_P(Cases, ApplyPriorityTest,
+                         ::testing::Values(ApplyCase{SCHED_OTHER, 0, false, 0, false, 0},
+                                           ApplyCase{SCHED_RR, 5, false, 5, false, 0},
+                                           ApplyCase{SCHED_OTHER, 0, false, 5, true, SCHED_RR},
+                                           ApplyCase{SCHED_FIFO, 5, false, 5, true, SCHED_RR},
+                                           ApplyCase{SCHED_OTHER, 0, false, -1, true, SCHED_OTHER},
+                                           ApplyCase{SCHED_RR, 5, true, 0, true, SCHED_OTHER}));
 
 TEST(PriorityTest, SetPriorityOfAThreadNotRunningOnlyStoresIt)
 {

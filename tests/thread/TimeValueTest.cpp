@@ -224,18 +224,6 @@ TEST(TimeValueRemainingTest, FarDeadlinesAreCappedAtTheLargestInt)
     EXPECT_EQ(INT_MAX, TimeValue(1, int32_t{4000}).remainingMicroseconds());
 }
 
-TEST(TimeValueRemainingTest, CountsDownOnTheRealClock)
-{
-    TimeValue deadline(1, false);
-    deadline.setFromNow(2.0);
-    const int remaining = deadline.remainingMicroseconds();
-    EXPECT_LE(remaining, 2000000);
-    EXPECT_GT(remaining, 1000000);
-
-    TimeValue past(1, true);
-    EXPECT_EQ(0, past.remainingMicroseconds());
-}
-
 // ---- comparisons -------------------------------------------------------------------
 
 // A comparison holds its own value's lock while it takes the other's, so

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Helper process for the thread tests: each scenario needs a fresh process
 // (start-up from the environment, the first use of a process-wide object, a
-// getter that aborts). The tests run it through ProbeRunner and check its
+// getter that aborts). The tests (ProcessTest.cpp) run it and check its
 // output and how it ended.
 //
 //   thread_probe timeout

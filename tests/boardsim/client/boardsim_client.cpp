@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // A small program that drives the simulated devices the way programs on the
-// board do (open/ioctl/read/write/close, C++ file streams, ppoll, sleeps) and
+// board do (open/ioctl/read/write/close, stdio and C++ streams, poll, sleeps) and
 // prints what it gets back, one line per operation, for the simulator's
 // process tests. Usage: boardsim_client OP [ARGS] [OP [ARGS]...]
 #include <fcntl.h>
@@ -20,7 +20,6 @@
 #include <ctime>
 #include <fstream>
 #include <iostream>
-#include <memory>
 #include <string>
 #include <thread>
 #include <chrono>
@@ -68,106 +67,6 @@ std::string unescape(const std::string& text)
     }
     return result;
 }
-
-std::string escape(const std::string& text)
-{
-    std::string result;
-    for (const char c : text) {
-        result += c == '\n' ? std::string("\\n") : std::string(1, c);
-    }
-    return result;
-}
-
-// A GPIO line driven through C++ streams exactly as the board's pin class
-// does: export and unexport streams opened at construction (truncating),
-// attribute streams opened in|out once the line is exported, a flush after
-// every write, the unexport number written without a flush at the end.
-class StreamPin {
-public:
-    StreamPin(int line, bool output, bool activeLow)
-        : m_export("/sys/class/gpio/export"), m_unexport("/sys/class/gpio/unexport"), m_number(std::to_string(line)),
-          m_folder("/sys/class/gpio/gpio" + m_number), m_output(output), m_activeLow(activeLow)
-    {
-        m_unexport << m_number;
-        m_unexport.flush();
-        m_export << m_number;
-        m_export.flush();
-        const auto mode = std::ios_base::in | std::ios_base::out;
-        m_value.open(m_folder + "/value", mode);
-        m_activeLowFile.open(m_folder + "/active_low", mode);
-        m_direction.open(m_folder + "/direction", mode);
-        m_activeLowFile << (m_activeLow ? "1" : "0");
-        m_activeLowFile.flush();
-        m_direction << (m_output ? "out" : "in");
-        m_direction.flush();
-    }
-
-    ~StreamPin()
-    {
-        m_value.close();
-        m_activeLowFile.close();
-        m_direction.close();
-        m_unexport << m_number;
-        m_export.close();
-        m_unexport.close();
-    }
-
-    void set(int value)
-    {
-        m_value << value;
-        m_value.flush();
-    }
-
-    int get()
-    {
-        int value = -1;
-        m_value.seekg(0);
-        m_value >> value;
-        return value;
-    }
-
-    std::string wait(const std::string& edge, long seconds)
-    {
-        {
-            std::ofstream edgeFile(m_folder + "/edge");
-            edgeFile << edge;
-        }
-        const int fd = ::open((m_folder + "/value").c_str(), O_RDONLY);
-        if (fd < 0) {
-            return "failed open " + errnoText(errno);
-        }
-        char discard[4];
-        if (::read(fd, discard, sizeof discard) < 0) {
-            // as the pin class does: the poll decides
-        }
-        pollfd watched{fd, POLLPRI, 0};
-        const timespec timeout{static_cast<time_t>(seconds), 0};
-        sigset_t none;
-        sigemptyset(&none);
-        const int ready = ::ppoll(&watched, 1, &timeout, &none);
-        std::string result;
-        if (ready == 0) {
-            result = "timeout";
-        } else if (ready > 0 && (watched.revents & POLLPRI) != 0) {
-            result = "edge";
-        } else {
-            result = "failed " + std::to_string(ready);
-        }
-        ::close(fd);
-        return result;
-    }
-
-private:
-    std::ofstream m_export;
-    std::ofstream m_unexport;
-    std::string m_number;
-    std::string m_folder;
-    std::fstream m_value;
-    std::fstream m_activeLowFile;
-    std::fstream m_direction;
-    bool m_output;
-    bool m_activeLow;
-};
 
 // Records: "t:HEX" send, "r:N" receive, "tr:HEX" both, "z:N" neither; each
 // may end in ",cs" (cs_change) or ",speed=N".
@@ -282,7 +181,6 @@ bool fileRoundTrip(const std::string& path, int& fd)
 int run(int argc, char** argv)
 {
     int fd = -1;
-    std::unique_ptr<StreamPin> pin;
     for (int i = 1; i < argc; ++i) {
         const std::string op = argv[i];
         auto next = [&]() -> std::string {
@@ -326,7 +224,10 @@ int run(int argc, char** argv)
         } else if (op == "nanosleep") {
             const long long ns = std::stoll(next());
             const timespec request{static_cast<time_t>(ns / 1000000000LL), static_cast<long>(ns % 1000000000LL)};
-            ::nanosleep(&request, nullptr);
+            const int result = ::nanosleep(&request, nullptr);
+            if (result != 0) {
+                std::cout << "nanosleep " << result << ' ' << errnoText(errno) << '\n';
+            }
         } else if (op == "clock-sleep") {
             const long long ns = std::stoll(next());
             const timespec request{static_cast<time_t>(ns / 1000000000LL), static_cast<long>(ns % 1000000000LL)};
@@ -365,19 +266,6 @@ int run(int argc, char** argv)
             const ssize_t result = ::write(file, data.data(), data.size());
             std::cout << "write " << (result >= 0 ? std::string("ok") : errnoText(errno)) << '\n';
             ::close(file);
-        } else if (op == "gpio-read") {
-            const int file = ::open(next().c_str(), O_RDONLY);
-            if (file < 0) {
-                std::cout << "read open " << errnoText(errno) << '\n';
-                continue;
-            }
-            char buffer[64];
-            const ssize_t result = ::read(file, buffer, sizeof buffer);
-            std::cout << "read "
-                      << (result >= 0 ? escape(std::string(buffer, static_cast<std::size_t>(result)))
-                                      : errnoText(errno))
-                      << '\n';
-            ::close(file);
         } else if (op == "stdio-write") {
             const std::string path = next();
             const std::string data = unescape(next());
@@ -389,21 +277,6 @@ int run(int argc, char** argv)
             std::fputs(data.c_str(), stream);
             const int result = std::fclose(stream);
             std::cout << "stdio " << (result == 0 ? std::string("ok") : errnoText(errno)) << '\n';
-        } else if (op == "pin") {
-            const int line = std::stoi(next());
-            const bool output = next() == "out";
-            const bool activeLow = next() == "1";
-            pin = std::make_unique<StreamPin>(line, output, activeLow);
-        } else if (op == "pin-set") {
-            pin->set(std::stoi(next()));
-        } else if (op == "pin-get") {
-            std::cout << "get " << pin->get() << '\n';
-        } else if (op == "pin-wait") {
-            const std::string edge = next();
-            const long seconds = std::stol(next());
-            std::cout << "wait " << pin->wait(edge, seconds) << '\n';
-        } else if (op == "pin-destroy") {
-            pin.reset();
         } else if (op == "melody") {
             const int file = ::open("/dev/mldalm", O_RDWR);
             const int openErrno = errno;

@@ -3,7 +3,7 @@
 // calls, run by hal_board_probe on the simulated board and checked through
 // the simulator's trace.
 
-#include "harness/SimulatedBoard.h"
+#include "SimulatedBoard.h"
 
 #include <gtest/gtest.h>
 
@@ -142,6 +142,8 @@ TEST_F(HalOnBoard, ToggleWritesTheInverseOfTheLevelRead)
         return v;
     }();
     EXPECT_EQ(values, (std::vector<std::string>{"gpio143/value=0:ok", "gpio143/value=1:ok", "gpio143/value=0:ok"}));
+    const std::vector<std::string> beforeMark = writes(run, 0, marker(run, 8));
+    EXPECT_EQ(beforeMark.back(), "gpio143/value=1:ok") << "the toggle is delivered at once";
     EXPECT_EQ(printed(run, "after-first"), "1");
     EXPECT_EQ(printed(run, "after-second"), "0");
 }
@@ -222,6 +224,16 @@ TEST_F(HalOnBoard, WaitArmsTheEdgeItWasAskedFor)
     const std::vector<std::string> all = writes(run);
     EXPECT_NE(std::find(all.begin(), all.end(), "gpio2/edge=rising:ok"), all.end());
     EXPECT_NE(std::find(all.begin(), all.end(), "gpio2/edge=both:ok"), all.end());
+    // Each wait closes the value file it polled: the second gets the same
+    // descriptor number again.
+    std::vector<std::int64_t> valueFds;
+    for (const QJsonObject& open : run.events("gpio_open")) {
+        if (text(open.value(QStringLiteral("path"))) == "gpio2/value") {
+            valueFds.push_back(integer(open.value(QStringLiteral("fd"))));
+        }
+    }
+    ASSERT_GE(valueFds.size(), 2U);
+    EXPECT_EQ(valueFds[valueFds.size() - 1], valueFds[valueFds.size() - 2]);
 }
 
 // ---- GpioPin: closing and destruction --------------------------------------

@@ -67,6 +67,7 @@ const std::map<std::string, std::function<void()>> SCENARIOS = {
          GpioPin pin(143, true, false);
          pin.setValue(0);
          pin.toggleValue();
+         mark(8);  // the toggled level must be written by now
          print("after-first", pin.getValue());
          pin.toggleValue();
          print("after-second", pin.getValue());

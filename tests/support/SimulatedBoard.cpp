@@ -1,0 +1,141 @@
+// SPDX-License-Identifier: MIT
+#include "SimulatedBoard.h"
+
+#include "ChildProcess.h"
+
+#include <QJsonDocument>
+
+#include <filesystem>
+#include <sstream>
+#include <stdexcept>
+#include <utility>
+
+namespace boardtest {
+
+namespace fs = std::filesystem;
+
+SimulatedBoard::SimulatedBoard()
+    : m_folder(m_root.path()), m_stateFolder(m_root.path("board")), m_logFolder(m_root.path("log"))
+{
+    fs::create_directory(m_logFolder);
+}
+
+RunResult SimulatedBoard::run(const std::vector<std::string>& command, const RunSettings& settings) const
+{
+    return start(command, settings, "").finish();
+}
+
+RunResult SimulatedBoard::merivak(const std::vector<std::string>& arguments, const RunSettings& settings) const
+{
+    std::vector<std::string> command = {MERIVAK_BINARY};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return run(command, settings);
+}
+
+RunningProgram SimulatedBoard::start(const std::vector<std::string>& command, const RunSettings& settings) const
+{
+    return start(command, settings, "-" + std::to_string(++m_started));
+}
+
+RunningProgram SimulatedBoard::startMerivak(const std::vector<std::string>& arguments,
+                                            const RunSettings& settings) const
+{
+    std::vector<std::string> command = {MERIVAK_BINARY};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return start(command, settings);
+}
+
+RunningProgram SimulatedBoard::start(const std::vector<std::string>& command, const RunSettings& settings,
+                                     const std::string& suffix) const
+{
+    const std::string tracePath = m_folder + "/trace" + suffix + ".jsonl";
+    const std::string summaryPath = m_folder + "/summary" + suffix + ".json";
+    const std::string logFolder = m_logFolder + suffix;
+
+    // Each run gets a log of its own.
+    std::error_code ignored;
+    fs::create_directory(logFolder, ignored);
+    for (const auto& entry : fs::directory_iterator(logFolder, ignored)) {
+        fs::remove_all(entry.path(), ignored);
+    }
+    fs::remove(tracePath, ignored);
+    fs::remove(summaryPath, ignored);
+
+    std::vector<std::string> argv = {BOARDSIM_BINARY, "--state",   m_stateFolder, "--trace",
+                                     tracePath,       "--summary", summaryPath,   "--quiet"};
+    argv.insert(argv.end(), settings.simulatorOptions.begin(), settings.simulatorOptions.end());
+    argv.push_back("--");
+    argv.insert(argv.end(), command.begin(), command.end());
+
+    testsupport::ProcessRequest request;
+    request.argv = argv;
+    // Settings of the caller's shell must not steer the tool or the board.
+    request.unset = {"LOG4CPLUS_*", "SPI_BUS_DEVICE", "BOARDSIM_*"};
+    request.set = {{"LOG4CPLUS_FILE_DIR", logFolder}};
+    request.set.insert(request.set.end(), settings.environment.begin(), settings.environment.end());
+    request.folder = m_folder;
+    request.brokenOutput = settings.brokenStandardOutput;
+    return RunningProgram(testsupport::startProcess(request), tracePath, summaryPath, logFolder);
+}
+
+Bytes SimulatedBoard::flash() const
+{
+    return readFile(m_stateFolder + "/flash.bin");
+}
+
+void SimulatedBoard::setFlash(const Bytes& content) const
+{
+    if (!fileExists(m_stateFolder + "/flash.bin")) {
+        prepare();
+    }
+    writeFile(m_stateFolder + "/flash.bin", content);
+}
+
+void SimulatedBoard::prepare() const
+{
+    const RunResult made = run({"/bin/true"});
+    if (made.status != 0 || !fileExists(m_stateFolder + "/flash.bin")) {
+        throw std::runtime_error("the simulator did not make its state folder:\n" + made.describe());
+    }
+}
+
+// ---- RunningProgram ----------------------------------------------------------
+
+RunningProgram::RunningProgram(testsupport::RunningProcess process, std::string tracePath, std::string summaryPath,
+                               std::string logFolder)
+    : m_process(std::move(process)), m_tracePath(std::move(tracePath)), m_summaryPath(std::move(summaryPath)),
+      m_logFolder(std::move(logFolder))
+{
+}
+
+std::vector<QJsonObject> RunningProgram::traceSoFar() const
+{
+    // The simulator may be writing the last line; it is left for later.
+    std::vector<QJsonObject> events;
+    std::istringstream lines(testsupport::readText(m_tracePath));
+    for (std::string line; std::getline(lines, line);) {
+        const QJsonDocument event = QJsonDocument::fromJson(QByteArray::fromStdString(line));
+        if (event.isObject()) {
+            events.push_back(event.object());
+        }
+    }
+    return events;
+}
+
+RunResult RunningProgram::finish()
+{
+    const testsupport::ProcessResult process = m_process.finish();
+    RunResult result;
+    result.status = process.status();
+    result.out = process.out;
+    result.err = process.err;
+    std::error_code ignored;
+    for (const auto& entry : fs::directory_iterator(m_logFolder, ignored)) {
+        result.log += testsupport::readText(entry.path().string());
+    }
+    result.readTrace(m_tracePath);
+    result.readSummary(m_summaryPath);
+    return result;
+}
+
+}  // namespace boardtest
