@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "DurableFile.h"
 
+#include "ReadUpTo.h"
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -98,25 +100,13 @@ bool readUpTo(const std::string& path, int maxBytes, QByteArray& bytes, std::str
         error = failed("cannot open", path);
         return false;
     }
-    bytes = QByteArray(maxBytes + 1, '\0');
-    int filled = 0;
-    while (filled < bytes.size()) {
-        const ssize_t got = ::read(fd, bytes.data() + filled, static_cast<size_t>(bytes.size() - filled));
-        if (got < 0 && errno == EINTR) {
-            continue;
-        }
-        if (got < 0) {
-            error = failed("cannot read", path);
-            ::close(fd);
-            return false;
-        }
-        if (got == 0) {
-            break;
-        }
-        filled += static_cast<int>(got);
-    }
+    const int readError = frontend::readUpTo(fd, maxBytes, bytes);
     ::close(fd);
-    bytes.truncate(filled);
+    if (readError != 0) {
+        errno = readError;
+        error = failed("cannot read", path);
+        return false;
+    }
     return true;
 }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "ImageFile.h"
 
+#include "ReadUpTo.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -53,30 +55,18 @@ LoadedImage loadImage(const std::string& path)
         return refused("is not a regular file");
     }
 
-    // Read one byte more than the area holds, so that a file that grew since
-    // fstat is still caught by its length.
-    QByteArray bytes(kFirmwareAreaBytes + 1, '\0');
-    int filled = 0;
-    while (filled < bytes.size()) {
-        const ssize_t got = ::read(file.get(), bytes.data() + filled, static_cast<size_t>(bytes.size() - filled));
-        if (got < 0 && errno == EINTR) {
-            continue;
-        }
-        if (got < 0) {
-            return refused(std::string("cannot be read: ") + std::strerror(errno));
-        }
-        if (got == 0) {
-            break;
-        }
-        filled += static_cast<int>(got);
+    // One byte more than the area holds is read, so that a file that grew
+    // since fstat is still caught by its length.
+    QByteArray bytes;
+    if (const int error = frontend::readUpTo(file.get(), kFirmwareAreaBytes, bytes)) {
+        return refused(std::string("cannot be read: ") + std::strerror(error));
     }
-    if (filled == 0) {
+    if (bytes.isEmpty()) {
         return refused("is empty");
     }
-    if (filled > kFirmwareAreaBytes) {
+    if (bytes.size() > kFirmwareAreaBytes) {
         return refused("is larger than the " + std::to_string(kFirmwareAreaBytes) + "-byte DSP flash area");
     }
-    bytes.truncate(filled);
 
     LoadedImage image;
     image.accepted = true;
