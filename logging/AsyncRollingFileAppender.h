@@ -36,7 +36,7 @@ public:
     // period are made safe first: see boundedCacheEntries and
     // boundedCommitPeriodMs. rolloverSize goes to RollingFileAppender
     // unchanged; that class raises sizes below 200 KiB to 204800, and the
-    // commit's rollover test uses the size it keeps (getRolloverSize).
+    // commit's rollover test uses the size it keeps.
     //
     // The commit thread holds a reference to the appender while it runs (as
     // log4cplus threads do), so the appender outlives it. An owner that wants
@@ -78,10 +78,6 @@ public:
     // log4cplus, which may already be torn down.
     bool hasClosed() const { return fileClosed.load(std::memory_order_acquire); }
 
-    int getMaxCacheEntries() const { return maxCacheEntries; }
-    int getCommitPeriodMs() const { return commitPeriodMs; }
-    // The rollover size the base class applies.
-    long getRolloverSize() const { return maxFileSize; }
     // Records waiting for the next commit, and records dropped since the
     // last successful commit.
     std::size_t getCachedCount() const;

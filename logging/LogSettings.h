@@ -52,11 +52,6 @@ struct LoggerLevelSetting {
     bool root;               // the entry named "ALL"
     std::string loggerName;  // name + "_logger"; empty for the root logger
     log4cplus::LogLevel level;
-
-    bool operator==(const LoggerLevelSetting& other) const
-    {
-        return root == other.root && loggerName == other.loggerName && level == other.level;
-    }
 };
 
 // LOG4CPLUS_LOGGERS: entries separated by any mix of ',' and ';' (runs and
