@@ -1,164 +1,106 @@
 // SPDX-License-Identifier: MIT
+// The rules that turn the text of each logging variable into a setting, one
+// table: a rule, the text, and the setting it gives, written out as text.
+
 #include "logging/AsyncRollingFileAppender.h"
 #include "logging/LogSettings.h"
 
 #include <gtest/gtest.h>
 
-#include <climits>
-
-using logging::LoggerLevelSetting;
+#include <string>
 
 namespace {
 
-TEST(AppenderSelection, OnlyTheExactWordsSelectAppenders)
-{
-    auto expect = [](const char* value, bool console, bool file) {
-        const logging::AppenderSelection selection = logging::parseAppenderSelection(value);
-        EXPECT_EQ(selection.console, console) << (value ? value : "(unset)");
-        EXPECT_EQ(selection.file, file) << (value ? value : "(unset)");
-    };
-    expect(nullptr, true, true);
-    expect("ALL", true, true);
-    expect("CONSOLE", true, false);
-    expect("FILE", false, true);
-    expect("console", false, false);
-    expect("File", false, false);
-    expect("", false, false);
-    expect("ALL ", false, false);
-}
+using log4cplus::AsyncRollingFileAppender;
 
-TEST(NumericValue, ReadsTheLeadingNumberLikeStrtol)
+using Rule = std::string (*)(const char*);
+const Rule fileSize = [](const char* text) {
+    return std::to_string(logging::parseFileSize(text));
+};
+const Rule fileName = [](const char* text) {
+    return logging::logFileNameForExecutable(text);
+};
+// The appender's constructor bounds the numbers it is given.
+const Rule cacheEntries = [](const char* text) {
+    return std::to_string(AsyncRollingFileAppender::boundedCacheEntries(logging::parseInt32(text)));
+};
+const Rule commitPeriod = [](const char* text) {
+    return std::to_string(AsyncRollingFileAppender::boundedCommitPeriodMs(logging::parseInt32(text)));
+};
+const Rule appenders = [](const char* text) {
+    const logging::AppenderSelection selection = logging::parseAppenderSelection(text);
+    return std::string(selection.console ? "console" : "-") + (selection.file ? "+file" : "+-");
+};
+// Each entry as logger=level; the root logger as "root".
+std::string loggers(const char* text)
 {
-    EXPECT_EQ(logging::parseInt32("123"), 123);
-    EXPECT_EQ(logging::parseInt32("  42ms"), 42);
-    EXPECT_EQ(logging::parseInt32("-7"), -7);
-    EXPECT_EQ(logging::parseInt32("abc"), 0);
-    EXPECT_EQ(logging::parseInt32(""), 0);
-    EXPECT_EQ(logging::parseInt32("0x10"), 0);
-}
-
-TEST(NumericValue, SaturatesAtThe32BitLimits)
-{
-    EXPECT_EQ(logging::parseInt32("2147483647"), INT_MAX);
-    EXPECT_EQ(logging::parseInt32("2147483648"), INT_MAX);
-    EXPECT_EQ(logging::parseInt32("99999999999999999999999"), INT_MAX);
-    EXPECT_EQ(logging::parseInt32("-2147483649"), INT_MIN);
-}
-
-TEST(FileSize, UnitsAreFoundAnywhereInAnyCase)
-{
-    EXPECT_EQ(logging::parseFileSize(nullptr), 1048576);
-    EXPECT_EQ(logging::parseFileSize("10kB"), 10240);
-    EXPECT_EQ(logging::parseFileSize("3MB"), 3145728);
-    EXPECT_EQ(logging::parseFileSize("512kb"), 524288);
-    EXPECT_EQ(logging::parseFileSize("2 MB"), 2097152);
-    EXPECT_EQ(logging::parseFileSize("2 mb"), 2097152);
-    EXPECT_EQ(logging::parseFileSize("100"), 100);
-    EXPECT_EQ(logging::parseFileSize("abc"), 0);
-    EXPECT_EQ(logging::parseFileSize(""), 0);
-    EXPECT_EQ(logging::parseFileSize("KB"), 0);
-    // "KB" is looked for before "MB".
-    EXPECT_EQ(logging::parseFileSize("4 MB or KB"), 4096);
-    EXPECT_EQ(logging::parseFileSize("-5kB"), -5120);
-}
-
-TEST(FileSize, ByteCountsBeyond32BitsAreClamped)
-{
-    EXPECT_EQ(logging::parseFileSize("2047MB"), 2047L * 1048576);
-    EXPECT_EQ(logging::parseFileSize("2048MB"), INT_MAX);
-    EXPECT_EQ(logging::parseFileSize("99999999999MB"), INT_MAX);
-    EXPECT_EQ(logging::parseFileSize("3000000kB"), INT_MAX);
-    EXPECT_EQ(logging::parseFileSize("-3000MB"), INT_MIN);
-}
-
-TEST(LevelWord, KnowsExactlyTheUpperAndLowerCaseWords)
-{
-    const std::pair<const char*, log4cplus::LogLevel> known[] = {
-        {"OFF", 60000},   {"off", 60000},   {"FATAL", 50000}, {"fatal", 50000}, {"ERROR", 40000},
-        {"error", 40000}, {"WARN", 30000},  {"warn", 30000},  {"INFO", 20000},  {"info", 20000},
-        {"DEBUG", 10000}, {"debug", 10000}, {"TRACE", 0},     {"trace", 0},     {"", 0},
-    };
-    for (const auto& word : known) {
-        EXPECT_EQ(logging::parseLevelWord(word.first), word.second) << word.first;
+    std::string shown;
+    for (const logging::LoggerLevelSetting& setting : logging::parseLoggerLevels(text)) {
+        shown += (setting.root ? "root" : setting.loggerName) + "=" + std::to_string(setting.level) + " ";
     }
-    for (const char* unknown : {"Info", "eRROR", "INFO ", "verbose", "20000"}) {
-        EXPECT_EQ(logging::parseLevelWord(unknown), log4cplus::OFF_LOG_LEVEL) << unknown;
+    return shown;
+}
+const struct {
+    Rule apply;
+    const char* text;  // nullptr: the variable is not set
+    const char* setting;
+} kRules[] = {
+    {appenders, nullptr, "console+file"},
+    {appenders, "ALL", "console+file"},
+    {appenders, "CONSOLE", "console+-"},
+    {appenders, "FILE", "-+file"},
+    {appenders, "console", "-+-"},
+    {appenders, "ALL ", "-+-"},
+    // The leading number as strtol reads it, saturated at the board's
+    // 32-bit long; units anywhere, in any case, "KB" looked for before "MB".
+    {fileSize, nullptr, "1048576"},
+    {fileSize, "10kB", "10240"},
+    {fileSize, "3MB", "3145728"},
+    {fileSize, "100", "100"},
+    {fileSize, "0x10", "0"},
+    {fileSize, "-2147483649", "-2147483648"},
+    {fileSize, "4 MB or KB", "4096"},
+    {fileSize, "-5kB", "-5120"},
+    {fileSize, "2047MB", "2146435072"},
+    {fileSize, "2048MB", "2147483647"},
+    {fileSize, "-3000MB", "-2147483648"},
+    {cacheEntries, "0", "50"},
+    {cacheEntries, "-99999999999", "50"},
+    {cacheEntries, "1", "1"},
+    {cacheEntries, "2147483648", "2147483647"},
+    {commitPeriod, "0", "0"},
+    {commitPeriod, "  42ms", "42"},
+    {commitPeriod, "-1", "80"},
+    {commitPeriod, "2147483", "2147483"},
+    {commitPeriod, "2147484", "2147483"},
+    // Level words: exactly the upper- and lower-case ones; an empty word is
+    // TRACE, any other word OFF.
+    {loggers, "a:OFF,b:off,c:FATAL,d:fatal,e:ERROR,f:error,g:WARN",
+     "a_logger=60000 b_logger=60000 c_logger=50000 d_logger=50000 e_logger=40000 f_logger=40000 g_logger=30000 "},
+    {loggers, "h:warn,i:INFO,j:info,k:DEBUG,l:debug,m:TRACE,n:trace,o:",
+     "h_logger=30000 i_logger=20000 j_logger=20000 k_logger=10000 l_logger=10000 m_logger=0 n_logger=0 o_logger=0 "},
+    {loggers, "p:Info,q:eRROR,r:INFO ,s:verbose,t:20000",
+     "p_logger=60000 q_logger=60000 r_logger=60000 s_logger=60000 t_logger=60000 "},
+    // Entries in order, repeats kept so that the later wins; text after a
+    // second ':' ignored; empty entries and empty names skipped.
+    {loggers, "spi:DEBUG,exception:ERROR;ALL:ERROR,all",
+     "spi_logger=10000 exception_logger=40000 root=40000 all_logger=0 "},
+    {loggers, "spi:INFO;spi:ERROR", "spi_logger=20000 spi_logger=40000 "},
+    {loggers, "spi:ERROR:DEBUG,exception::ERROR", "spi_logger=40000 exception_logger=0 "},
+    {loggers, ",;,spi:DEBUG;;:;::,:ERROR,exception:ERROR;,", "spi_logger=10000 exception_logger=40000 "},
+    {loggers, ":::", ""},
+    // The executable's base name cut at its first '.'.
+    {fileName, "/opt/tools/tool.new.bin", "tool.log"},
+    {fileName, "/opt/v1.2/tool", "tool.log"},
+    {fileName, "/opt/.hidden", ".log"},
+    {fileName, "", "app.log"},
+};
+
+TEST(LogSettings, EachTextGivesItsSetting)
+{
+    for (const auto& rule : kRules) {
+        EXPECT_EQ(rule.apply(rule.text), rule.setting) << (rule.text != nullptr ? rule.text : "(not set)");
     }
-}
-
-TEST(LoggerList, MapsNamesToLoggersInOrder)
-{
-    const std::vector<LoggerLevelSetting> expected = {
-        {false, "spi_logger", 10000},
-        {false, "exception_logger", 40000},
-        {true, "", 40000},
-        {false, "all_logger", 0},
-    };
-    EXPECT_EQ(logging::parseLoggerLevels("spi:DEBUG,exception:ERROR;ALL:ERROR,all"), expected);
-}
-
-TEST(LoggerList, KeepsRepeatedEntriesSoTheLaterWins)
-{
-    const std::vector<LoggerLevelSetting> expected = {
-        {false, "spi_logger", 20000},
-        {false, "spi_logger", 40000},
-    };
-    EXPECT_EQ(logging::parseLoggerLevels("spi:INFO;spi:ERROR"), expected);
-}
-
-TEST(LoggerList, LevelWordRules)
-{
-    EXPECT_EQ(logging::parseLoggerLevels("spi"), (std::vector<LoggerLevelSetting>{{false, "spi_logger", 0}}));
-    EXPECT_EQ(logging::parseLoggerLevels("spi:"), (std::vector<LoggerLevelSetting>{{false, "spi_logger", 0}}));
-    EXPECT_EQ(logging::parseLoggerLevels("spi:Info"), (std::vector<LoggerLevelSetting>{{false, "spi_logger", 60000}}));
-    // Text after a second ':' is ignored, even when the level word is empty.
-    EXPECT_EQ(logging::parseLoggerLevels("spi:ERROR:DEBUG"),
-              (std::vector<LoggerLevelSetting>{{false, "spi_logger", 40000}}));
-    EXPECT_EQ(logging::parseLoggerLevels("spi::ERROR"), (std::vector<LoggerLevelSetting>{{false, "spi_logger", 0}}));
-}
-
-TEST(LoggerList, SkipsEmptyEntriesAndEntriesWithoutAName)
-{
-    const std::vector<LoggerLevelSetting> expected = {
-        {false, "spi_logger", 10000},
-        {false, "exception_logger", 40000},
-    };
-    EXPECT_EQ(logging::parseLoggerLevels(",;,spi:DEBUG;;:;::,:ERROR,exception:ERROR;,"), expected);
-    EXPECT_TRUE(logging::parseLoggerLevels("").empty());
-    EXPECT_TRUE(logging::parseLoggerLevels(";,;").empty());
-    EXPECT_TRUE(logging::parseLoggerLevels(":::").empty());
-}
-
-TEST(DefaultFileName, BaseNameCutAtTheFirstDot)
-{
-    EXPECT_EQ(logging::logFileNameForExecutable("/usr/local/bin/tool"), "tool.log");
-    EXPECT_EQ(logging::logFileNameForExecutable("/opt/tools/tool.new.bin"), "tool.log");
-    EXPECT_EQ(logging::logFileNameForExecutable("/opt/v1.2/tool"), "tool.log");
-    EXPECT_EQ(logging::logFileNameForExecutable("/opt/.hidden"), ".log");
-    EXPECT_EQ(logging::logFileNameForExecutable("tool"), "tool.log");
-    EXPECT_EQ(logging::logFileNameForExecutable(""), "app.log");
-}
-
-TEST(AppenderBounds, CacheBoundBelowOneTakesTheDefault)
-{
-    using log4cplus::AsyncRollingFileAppender;
-    EXPECT_EQ(AsyncRollingFileAppender::boundedCacheEntries(0), 50);
-    EXPECT_EQ(AsyncRollingFileAppender::boundedCacheEntries(-1), 50);
-    EXPECT_EQ(AsyncRollingFileAppender::boundedCacheEntries(INT_MIN), 50);
-    EXPECT_EQ(AsyncRollingFileAppender::boundedCacheEntries(1), 1);
-    EXPECT_EQ(AsyncRollingFileAppender::boundedCacheEntries(INT_MAX), INT_MAX);
-}
-
-TEST(AppenderBounds, CommitPeriodIsNeverNegativeNorBeyondTheMicrosecondRange)
-{
-    using log4cplus::AsyncRollingFileAppender;
-    EXPECT_EQ(AsyncRollingFileAppender::boundedCommitPeriodMs(0), 0);
-    EXPECT_EQ(AsyncRollingFileAppender::boundedCommitPeriodMs(-1), 80);
-    EXPECT_EQ(AsyncRollingFileAppender::boundedCommitPeriodMs(INT_MIN), 80);
-    EXPECT_EQ(AsyncRollingFileAppender::boundedCommitPeriodMs(2147483), 2147483);
-    EXPECT_EQ(AsyncRollingFileAppender::boundedCommitPeriodMs(2147484), 2147483);
-    EXPECT_EQ(AsyncRollingFileAppender::boundedCommitPeriodMs(4294968), 2147483);
-    EXPECT_EQ(AsyncRollingFileAppender::boundedCommitPeriodMs(INT_MAX), 2147483);
 }
 
 }  // namespace
