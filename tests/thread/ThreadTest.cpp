@@ -59,9 +59,9 @@ bool freeForOtherThreads(thread::Lockable& lockable)
 TEST(LockingTest, RecursiveHoldsExcludeOtherThreadsUntilTheLastUnlock)
 {
     thread::Mutex mutex;
-    TestThread account("LOOP", 0);
+    TestThread monitor("LOOP", 0);
     const std::pair<thread::Lockable*, thread::Lockable*> cases[] = {
-        {&mutex, &mutex}, {&account, &account.getMutex()}, {&account.getMutex(), &account}};
+        {&mutex, &mutex}, {&monitor, &monitor.getMutex()}, {&monitor.getMutex(), &monitor}};
     for (const auto& [held, seen] : cases) {
         ASSERT_TRUE(held->lock());
         {
