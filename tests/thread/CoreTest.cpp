@@ -19,6 +19,7 @@ namespace {
 
 using interpose::Fields;
 using thread::TimeValue;
+using Times = std::vector<Fields>;
 
 // The value's fields as (seconds, nanoseconds).
 Fields fieldsOf(const TimeValue& value)
@@ -150,7 +151,7 @@ TEST(TimeValueTest, GetTimeDividesThreeTimesAndHandsTheReadingOut)
 TEST(SleepTest, SleepMicrosecondsSplitsTheTimeAndGoesOnAfterInterruptionsOnly)
 {
     const interpose::SleepOutcome done{0, 0, {}};
-    const std::tuple<unsigned, std::deque<interpose::SleepOutcome>, int, std::vector<Fields>> cases[] = {
+    const std::tuple<unsigned, std::deque<interpose::SleepOutcome>, int, Times> cases[] = {
         {0, {done}, 0, {{0, 0}}},
         {999999, {done}, 0, {{0, 999999000}}},
         {1000000, {done}, 0, {{1, 0}}},

@@ -125,9 +125,8 @@ TEST(ThreadTest, SetHandleRegistersTheFirstObjectForAThreadAndZeroUnregisters)
     EXPECT_EQ(&object, Thread::findThread());
     const pthread_t mainThread = pthread_self();
     std::string scopes;
-    // Another thread looks up while this one changes the map (a
-    // ThreadSanitizer build reports it if the class lock is missing).
-    std::thread other([&] { scopes = std::string(Thread::getScopeName()) + " " + Thread::getScopeName(mainThread); });
+    std::thread([&] { scopes = std::string(Thread::getScopeName()) + " " + Thread::getScopeName(mainThread); }).join();
+    EXPECT_EQ("EXTERNAL MEAS", scopes);
     // A handle's first registration wins; a new handle leaves the old entry
     // in place, and clearing removes only the handle the object holds.
     TestThread second("LOOP", 0);
@@ -138,8 +137,6 @@ TEST(ThreadTest, SetHandleRegistersTheFirstObjectForAThreadAndZeroUnregisters)
     second.setHandle(0);
     EXPECT_EQ(nullptr, Thread::findThread(FOREIGN_HANDLE));
     EXPECT_EQ(&object, Thread::findThread());
-    other.join();
-    EXPECT_EQ("EXTERNAL MEAS", scopes);
     object.setHandle(0);
     EXPECT_EQ(nullptr, Thread::findThread(mainThread));
     EXPECT_STREQ("EXTERNAL", Thread::getScopeName());
