@@ -43,7 +43,6 @@ TEST(TimeValueTest, ConstructionKeepsTheClockAndTheGivenTime)
         EXPECT_EQ(kept, TimeValue(requested).getClockId()) << requested;
         EXPECT_NEAR(TimeValue::getSeconds(kept), fieldsOf(TimeValue(requested, true)).first, 60.0) << requested;
     }
-    EXPECT_EQ(CLOCK_MONOTONIC, TimeValue().getClockId());
     EXPECT_FALSE(TimeValue().isSet());
     EXPECT_EQ(Fields(7, 250000000), fieldsOf(TimeValue(1, timeval{7, 250000})));
     EXPECT_EQ(Fields(42, 0), fieldsOf(TimeValue(1, int32_t{42})));
