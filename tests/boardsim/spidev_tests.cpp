@@ -20,13 +20,6 @@ protected:
         ASSERT_GE(fd, 0);
     }
 
-    std::uint32_t readSpeed()
-    {
-        std::uint32_t speed = 0;
-        EXPECT_EQ(ioctl(fd, SPI_IOC_RD_MAX_SPEED_HZ, &speed), 0);
-        return speed;
-    }
-
     // Board time a message takes.
     std::int64_t cost(const std::vector<Record>& records)
     {
@@ -38,62 +31,56 @@ protected:
     int fd = -1;
 };
 
-TEST_F(SpidevTest, SetupRequestsReadBackWhatWasSet)
-{
-    startWith(boardsim::Options());
-    std::uint8_t mode = 0xAA;
-    std::uint8_t bits = 0;
-    EXPECT_EQ(ioctl(fd, SPI_IOC_RD_MODE, &mode), 0);
-    EXPECT_EQ(ioctl(fd, SPI_IOC_RD_BITS_PER_WORD, &bits), 0);
-    EXPECT_EQ(mode, 0);
-    EXPECT_EQ(bits, 8);
-    EXPECT_EQ(readSpeed(), 20000000U);  // power-up setting
+// Each set-up request is checked as the driver checks it; a refused one (or
+// one a fault fails) keeps the power-up setting: mode 0, 8 bits, 20 MHz.
+struct SetupCase {
+    const char* fault;
+    unsigned long request;
+    std::uint32_t value;
+    int err;
+    unsigned long readBack;
+    std::uint32_t expected;
+};
 
-    mode = 3;
-    EXPECT_EQ(ioctl(fd, SPI_IOC_WR_MODE, &mode), 0);
-    mode = 0;
-    EXPECT_EQ(ioctl(fd, SPI_IOC_RD_MODE, &mode), 0);
-    EXPECT_EQ(mode, 3);
-    bits = 0;  // the SPI core makes that 8
-    EXPECT_EQ(ioctl(fd, SPI_IOC_WR_BITS_PER_WORD, &bits), 0);
-    EXPECT_EQ(ioctl(fd, SPI_IOC_RD_BITS_PER_WORD, &bits), 0);
-    EXPECT_EQ(bits, 8);
-    std::uint32_t speed = 100000000;  // above the controller's 60 MHz: kept as asked
-    EXPECT_EQ(ioctl(fd, SPI_IOC_WR_MAX_SPEED_HZ, &speed), 0);
-    EXPECT_EQ(readSpeed(), 100000000U);
-}
+class SetupTest : public SpidevTest, public ::testing::WithParamInterface<SetupCase> {};
 
-TEST_F(SpidevTest, SetupRequestsValidateLikeTheDriver)
+TEST_P(SetupTest, RequestIsCheckedAndReadsBackWhatWasKept)
 {
-    startWith(boardsim::Options());
+    const SetupCase& setup = GetParam();
+    boardsim::Options options;
+    if (setup.fault != nullptr) {
+        options.faults = {setup.fault};
+    }
+    startWith(options);
+    std::uint32_t value = setup.value;  // byte requests use its first byte
     int err = 0;
-    std::uint8_t mode = 0x08;  // LSB first: the controller cannot
-    EXPECT_EQ(ioctl(fd, SPI_IOC_WR_MODE, &mode, &err), -1);
-    EXPECT_EQ(err, EINVAL);
-    std::uint32_t mode32 = 0x100 | 0x01;  // dual TX is dropped quietly
-    EXPECT_EQ(ioctl(fd, SPI_IOC_WR_MODE32, &mode32), 0);
-    EXPECT_EQ(ioctl(fd, SPI_IOC_RD_MODE32, &mode32), 0);
-    EXPECT_EQ(mode32, 0x01U);
-    mode32 = 0x1000;  // not a bit spidev lets through
-    EXPECT_EQ(ioctl(fd, SPI_IOC_WR_MODE32, &mode32, &err), -1);
-    EXPECT_EQ(err, EINVAL);
-    std::uint8_t bits = 33;
-    EXPECT_EQ(ioctl(fd, SPI_IOC_WR_BITS_PER_WORD, &bits, &err), -1);
-    EXPECT_EQ(err, EINVAL);
-    std::uint32_t speed = 0;
-    EXPECT_EQ(ioctl(fd, SPI_IOC_WR_MAX_SPEED_HZ, &speed, &err), -1);
-    EXPECT_EQ(err, EINVAL);
-    EXPECT_EQ(readSpeed(), 20000000U);
-    std::uint8_t lsbFirst = 1;
-    EXPECT_EQ(ioctl(fd, SPI_IOC_WR_LSB_FIRST, &lsbFirst, &err), -1);
-    EXPECT_EQ(err, EINVAL);
-    EXPECT_EQ(ioctl(fd, SPI_IOC_RD_MODE, nullptr, &err), -1);
-    EXPECT_EQ(err, EFAULT);
-    EXPECT_EQ(ioctl(fd, _IOR(SPI_IOC_MAGIC, 9, __u8), &bits, &err), -1);
-    EXPECT_EQ(err, ENOTTY);
-    EXPECT_EQ(ioctl(fd, 0x5401 /* TCGETS */, &speed, &err), -1);
-    EXPECT_EQ(err, ENOTTY);
+    EXPECT_EQ(ioctl(fd, setup.request, &value, &err), setup.err == 0 ? 0 : -1);
+    EXPECT_EQ(err, setup.err);
+    std::uint32_t kept = 0;
+    EXPECT_EQ(ioctl(fd, setup.readBack, &kept), 0);
+    EXPECT_EQ(kept, setup.expected);
 }
+
+constexpr unsigned long kTcgets = 0x5401;
+INSTANTIATE_TEST_SUITE_P(
+    Requests, SetupTest,
+    ::testing::Values(SetupCase{nullptr, SPI_IOC_WR_MODE, 3, 0, SPI_IOC_RD_MODE, 3},
+                      SetupCase{nullptr, SPI_IOC_WR_MODE, 0x08, EINVAL, SPI_IOC_RD_MODE, 0},  // LSB first
+                      SetupCase{nullptr, SPI_IOC_WR_MODE32, 0x101, 0, SPI_IOC_RD_MODE32, 1},  // dual TX dropped
+                      SetupCase{nullptr, SPI_IOC_WR_MODE32, 0x1000, EINVAL, SPI_IOC_RD_MODE32, 0},
+                      SetupCase{nullptr, SPI_IOC_WR_BITS_PER_WORD, 0, 0, SPI_IOC_RD_BITS_PER_WORD, 8},
+                      SetupCase{nullptr, SPI_IOC_WR_BITS_PER_WORD, 32, 0, SPI_IOC_RD_BITS_PER_WORD, 32},
+                      SetupCase{nullptr, SPI_IOC_WR_BITS_PER_WORD, 33, EINVAL, SPI_IOC_RD_BITS_PER_WORD, 8},
+                      // Above the controller's 60 MHz: kept as asked.
+                      SetupCase{nullptr, SPI_IOC_WR_MAX_SPEED_HZ, 100000000, 0, SPI_IOC_RD_MAX_SPEED_HZ, 100000000},
+                      SetupCase{nullptr, SPI_IOC_WR_MAX_SPEED_HZ, 0, EINVAL, SPI_IOC_RD_MAX_SPEED_HZ, 20000000},
+                      SetupCase{nullptr, SPI_IOC_WR_LSB_FIRST, 1, EINVAL, SPI_IOC_RD_LSB_FIRST, 0},
+                      SetupCase{nullptr, SPI_IOC_WR_LSB_FIRST, 0, 0, SPI_IOC_RD_MODE, 0},
+                      SetupCase{"setup:WR_MAX_SPEED_HZ:EIO", SPI_IOC_WR_MAX_SPEED_HZ, 10000000, EIO,
+                                SPI_IOC_RD_MAX_SPEED_HZ, 20000000},
+                      SetupCase{"setup:WR_MODE:ENODEV", SPI_IOC_WR_MODE, 3, ENODEV, SPI_IOC_RD_MODE, 0},
+                      SetupCase{nullptr, _IOR(SPI_IOC_MAGIC, 9, __u8), 0, ENOTTY, SPI_IOC_RD_MODE, 0},
+                      SetupCase{nullptr, kTcgets, 0, ENOTTY, SPI_IOC_RD_BITS_PER_WORD, 8}));
 
 TEST_F(SpidevTest, MessagesAreCheckedBeforeAnythingReachesTheBus)
 {
@@ -110,6 +97,8 @@ TEST_F(SpidevTest, MessagesAreCheckedBeforeAnythingReachesTheBus)
     EXPECT_EQ(ioctl(fd, SPI_IOC_MESSAGE(1), nullptr, &err), -1);
     EXPECT_EQ(err, EFAULT);
     EXPECT_EQ(ioctl(fd, SPI_IOC_MESSAGE(0), nullptr, &err), 0);
+    EXPECT_EQ(ioctl(fd, SPI_IOC_RD_MODE, nullptr, &err), -1);
+    EXPECT_EQ(err, EFAULT);
 
     // bufsiz 4096 per direction, each record rounded up to 64 bytes.
     std::vector<std::uint8_t> big(4096, 0);
@@ -214,63 +203,23 @@ TEST_F(SpidevTest, EveryMessageCostsOverheadAndItsBitsAtTheClock)
     EXPECT_EQ(cost({delayed}), 20000 + 800 + 5000);
 }
 
-TEST_F(SpidevTest, MessageFaultFailsTheNthMessageOnly)
+// A failed message never reaches the bus (the Write Enable is lost) but is
+// counted as a message and as a failure.
+TEST_F(SpidevTest, MessageFaultsFailTheNthMessageOrEveryOneFromIt)
 {
     boardsim::Options options;
-    options.faults = {"msg:2:EIO"};
+    options.faults = {"msg:2:EIO", "msg:4+:ETIMEDOUT"};
     startWith(options);
     EXPECT_EQ(readStatus(fd), 0x00);
     const MessageResult failed = message(fd, {send({0x06})});
     EXPECT_EQ(failed.result, -1);
     EXPECT_EQ(failed.err, EIO);
-    EXPECT_EQ(readStatus(fd), 0x00);  // the failed Write Enable never arrived
-    EXPECT_EQ(run().counters.failed, 1U);
-    EXPECT_EQ(run().counters.messages, 3U);
-}
-
-TEST_F(SpidevTest, MessageFaultFromNOnFailsEveryLaterMessage)
-{
-    boardsim::Options options;
-    options.faults = {"msg:2+:ETIMEDOUT"};
-    startWith(options);
-    EXPECT_EQ(message(fd, {send({0x05}), receive(1)}).result, 2);
+    EXPECT_EQ(readStatus(fd), 0x00);
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(message(fd, {send({0x05}), receive(1)}).err, ETIMEDOUT);
     }
-}
-
-TEST_F(SpidevTest, SetupFaultFailsThatRequestAndKeepsTheSetting)
-{
-    boardsim::Options options;
-    options.faults = {"setup:WR_MAX_SPEED_HZ:EIO"};
-    startWith(options);
-    std::uint32_t speed = 10000000;
-    int err = 0;
-    EXPECT_EQ(ioctl(fd, SPI_IOC_WR_MAX_SPEED_HZ, &speed, &err), -1);
-    EXPECT_EQ(err, EIO);
-    EXPECT_EQ(readSpeed(), 20000000U);
-    std::uint8_t mode = 0;
-    EXPECT_EQ(ioctl(fd, SPI_IOC_WR_MODE, &mode), 0);
-}
-
-TEST_F(SpidevTest, NodeAbsentFaultAndExtraPaths)
-{
-    boardsim::Options options;
-    options.spidevPaths = {"/tmp/boardsim-extra-spidev"};
-    start(options);
-    const int extra = open("/tmp/boardsim-extra-spidev", O_RDWR);
-    ASSERT_GE(extra, 0);
-    EXPECT_EQ(message(extra, {send({0x9F}), receive(1)}).rx[0][0], 0xEF);
-    close(extra);
-
-    SimFixture::TearDown();
-    SimFixture::SetUp();
-    boardsim::Options absent;
-    absent.faults = {"no-spidev"};
-    start(absent);
-    int err = 0;
-    EXPECT_EQ(open("/dev/spidev0.0", O_RDWR, &err), -1);
-    EXPECT_EQ(err, ENOENT);
+    EXPECT_EQ(run().counters.failed, 4U);
+    EXPECT_EQ(run().counters.messages, 6U);
 }
 
 TEST_F(SpidevTest, MessagesWhileTheDspIsNotHeldOffAreReported)
