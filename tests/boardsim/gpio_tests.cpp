@@ -23,7 +23,7 @@ protected:
         return ::stat((stateDir() + "/gpio/" + relative).c_str(), &info) == 0;
     }
 
-    std::string stored(const std::string& relative) { return readFile(stateDir() + "/gpio/" + relative); }
+    std::string stored(const std::string& relative) { return testsupport::readText(stateDir() + "/gpio/" + relative); }
 
     void exportLine(int line) { ASSERT_EQ(store(kGpio + "/export", std::to_string(line)), 0); }
 };
@@ -223,7 +223,7 @@ TEST_F(GpioTest, PollsOfValueFilesAreTracedWithTimeOutAndOutcome)
     ::close(pipeEnds[0]);
     ::close(pipeEnds[1]);
     std::vector<std::string> polls;
-    std::istringstream trace(readFile(options.tracePath));
+    std::istringstream trace(testsupport::readText(options.tracePath));
     for (std::string line; std::getline(trace, line);) {
         if (line.find("\"gpio_poll\"") != std::string::npos) {
             polls.push_back(line.substr(line.find("\"line\"")));

@@ -9,6 +9,7 @@
 #include "simulator.h"
 #include "TempFolder.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/spi/spidev.h>
 
@@ -21,18 +22,20 @@ namespace boardsim_test {
 
 // One record of an SPI message, as a test writes it.
 struct Record {
-    std::vector<std::uint8_t> tx;  // empty with txLength 0: no tx buffer
+    std::vector<std::uint8_t> tx;  // empty: no tx buffer
     std::uint32_t rxLength = 0;    // 0: no rx buffer
     bool csChange = false;
     std::uint32_t length = 0;  // 0: tx.size() or rxLength
     std::uint32_t speedHz = 0;
     std::uint16_t delayUsecs = 0;
     std::uint8_t txNbits = 0;
+    std::uint8_t rxNbits = 0;
     std::uint8_t bitsPerWord = 0;
 };
 
 Record send(std::vector<std::uint8_t> bytes, bool csChange = false);
 Record receive(std::uint32_t length);
+std::vector<std::uint8_t> address24(std::uint8_t opcode, std::uint32_t address);
 
 struct MessageResult {
     int result = 0;
@@ -45,8 +48,7 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
-    // Sets up the run; call before using the simulator. Options are the
-    // launcher's (faults, edges, profile, trace).
+    // Sets up the run with the launcher's options; call before anything else.
     void start(const boardsim::Options& options = boardsim::Options());
 
     boardsim::Simulator& sim() { return *m_simulator; }
@@ -55,27 +57,23 @@ protected:
     const std::string& stateDir() const { return m_stateDir; }
     std::int64_t now() { return run().clockNs; }
 
-    // open() through the simulator; -1 with err on failure.
+    // The calls through the simulator: -1 (0 for writeText) and err on failure.
     int open(const char* path, int flags, int* err = nullptr);
     void close(int fd);
     ssize_t writeText(int fd, const std::string& text, int* err = nullptr);
-    std::string readText(int fd, std::size_t count = 64);
-    // Writes text to a GPIO path in one open/write/close; 0 or the errno.
+    std::string readText(int fd, std::size_t count = 64);  // "error N" on failure
+    int ioctl(int fd, unsigned long request, void* argument, int* err = nullptr);
+    // One open/write/close of a GPIO path: 0 or the errno.
     int store(const std::string& path, const std::string& text);
     std::string show(const std::string& path);
 
-    int openSpi();
+    // The flash through spidev messages.
+    int openSpi() { return open("/dev/spidev0.0", O_RDWR); }
     MessageResult message(int fd, const std::vector<Record>& records);
-    // ioctl through the simulator; -1 with err.
-    int ioctl(int fd, unsigned long request, void* argument, int* err = nullptr);
-
-    // Flash helpers built from messages.
     std::uint8_t readStatus(int fd);
-    void writeEnable(int fd);
+    void writeEnable(int fd) { EXPECT_EQ(message(fd, {send({0x06})}).result, 1); }
     std::vector<std::uint8_t> readData(int fd, std::uint32_t address, std::uint32_t length);
     void waitReady(int fd);
-
-    std::string readFile(const std::string& path);
 
 private:
     std::unique_ptr<testsupport::TempFolder> m_root;
@@ -83,7 +81,5 @@ private:
     std::unique_ptr<boardsim::RunFile> m_runFile;
     std::unique_ptr<boardsim::Simulator> m_simulator;
 };
-
-std::vector<std::uint8_t> address24(std::uint8_t opcode, std::uint32_t address);
 
 }  // namespace boardsim_test
