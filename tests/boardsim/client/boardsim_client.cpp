@@ -123,15 +123,6 @@ int run(int argc, char** argv)
             std::cout << "open " << (fd >= 0 ? std::string("ok") : errnoText(errno)) << '\n';
         } else if (op == "spi-msg") {
             spiMessage(fd, next());
-        } else if (op == "spi-write") {
-            const std::vector<std::uint8_t> bytes = unhex(next());
-            const ssize_t result = ::write(fd, bytes.data(), bytes.size());
-            std::cout << "write " << result << (result < 0 ? " " + errnoText(errno) : std::string()) << '\n';
-        } else if (op == "spi-read") {
-            std::vector<std::uint8_t> bytes(std::stoul(next()));
-            const ssize_t result = ::read(fd, bytes.data(), bytes.size());
-            std::cout << "read " << result << ' '
-                      << (result < 0 ? errnoText(errno) : hex(bytes, static_cast<std::size_t>(result))) << '\n';
         } else if (op == "spi-dup") {
             const int copy = ::dup(fd);
             ::close(fd);
