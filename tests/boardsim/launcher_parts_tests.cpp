@@ -134,6 +134,18 @@ class StateFolderTest : public ::testing::Test {
 protected:
     const boardsim::ChipProfile& profile() { return *boardsim::findChipProfile("default"); }
 
+    // A line folder in the state folder dir, as an earlier run left it.
+    void exported(const std::string& dir, const std::string& name, const char* value, const char* direction,
+                  const char* activeLow)
+    {
+        const std::string line = dir + "/gpio/" + name;
+        mkdir(line.c_str(), 0755);
+        std::ofstream(line + "/value") << value;
+        std::ofstream(line + "/direction") << direction;
+        std::ofstream(line + "/active_low") << activeLow;
+        std::ofstream(line + "/edge") << "none\n";
+    }
+
     testsupport::TempFolder folder{"boardsim-state-test"};
     const std::string root = folder.path();
 };
@@ -174,24 +186,16 @@ TEST_F(StateFolderTest, LoadsExportedLinesAndRefusesNonsense)
 {
     std::string error;
     ASSERT_TRUE(boardsim::prepareStateFolder(root, profile(), error)) << error;
-    auto exported = [&](const std::string& name, const char* value, const char* direction, const char* activeLow) {
-        const std::string line = root + "/gpio/" + name;
-        mkdir(line.c_str(), 0755);
-        std::ofstream(line + "/value") << value;
-        std::ofstream(line + "/direction") << direction;
-        std::ofstream(line + "/active_low") << activeLow;
-        std::ofstream(line + "/edge") << "none\n";
-    };
-    exported("gpio48", "1\n", "out\n", "0\n");
+    exported(root, "gpio48", "1\n", "out\n", "0\n");
     // An exported input keeps the level it shows, through active_low.
-    exported("gpio2", "1\n", "in\n", "1\n");
+    exported(root, "gpio2", "1\n", "in\n", "1\n");
     boardsim::GpioLine lines[boardsim::kGpioLines] = {};
     ASSERT_TRUE(boardsim::loadGpioTree(root, lines, error)) << error;
     EXPECT_EQ(lines[48].exported + lines[48].output + lines[48].outputLevel, 3);
     EXPECT_EQ(lines[2].output, 0);
     EXPECT_EQ(lines[2].externalLevel, 0);
     EXPECT_EQ(lines[2].activeLow, 1);
-    exported("gpio48", "1\n", "sideways\n", "0\n");
+    exported(root, "gpio48", "1\n", "sideways\n", "0\n");
     EXPECT_FALSE(boardsim::loadGpioTree(root, lines, error));
     EXPECT_NE(error.find("gpio48/direction"), std::string::npos) << error;
     unlink((root + "/gpio/gpio48/direction").c_str());
@@ -207,8 +211,13 @@ TEST_F(StateFolderTest, SetUpTakesEveryScriptedEdgeItHasRoomForOrNone)
     EXPECT_FALSE(boardsim::setUpRun(options, root + "/state", {}, *block, error));
     EXPECT_EQ(error, "too many --edge options (at most " + std::to_string(boardsim::kMaxEdges) + ")");
     options.edges.pop_back();
+    // An exported input with scripted edges starts at the opposite of its
+    // first edge (electrical 0 here), shown through active_low.
+    ASSERT_TRUE(boardsim::prepareStateFolder(root + "/state", profile(), error)) << error;
+    exported(root + "/state", "gpio2", "0\n", "in\n", "1\n");
     EXPECT_TRUE(boardsim::setUpRun(options, root + "/state", {}, *block, error)) << error;
     EXPECT_EQ(block->config.edgeCount, static_cast<std::uint32_t>(boardsim::kMaxEdges));
+    EXPECT_EQ(testsupport::readText(root + "/state/gpio/gpio2/value"), "1\n");
     options.edges = {"2:rising@1", "2:sideways@2"};
     EXPECT_FALSE(boardsim::setUpRun(options, root + "/state", {}, *block, error));
     EXPECT_NE(error.find("2:sideways@2"), std::string::npos) << error;

@@ -35,6 +35,14 @@ TEST_F(MelodyTest, TypeAndStartStopDriveTheSoundOtherRequestsFail)
     EXPECT_EQ(run().sounds[0].on, 1);
     EXPECT_EQ(run().sounds[0].type, 2000U);
     EXPECT_EQ(run().sounds[1].timeNs, 30000000);
+    // The sound history keeps its first events and never runs past its end.
+    for (std::int32_t on = 1; run().soundOn != 0 || run().soundCount < boardsim::kMaxSoundEvents; on ^= 1) {
+        ASSERT_EQ(ioctl(fd, 0x40016d01, &on), 0);
+    }
+    value = 1;
+    ASSERT_EQ(ioctl(fd, 0x40016d01, &value), 0);
+    EXPECT_EQ(run().soundOn, 1);
+    EXPECT_EQ(run().soundCount, static_cast<std::uint32_t>(boardsim::kMaxSoundEvents));
     close(fd);
 }
 
