@@ -147,10 +147,10 @@ TEST_F(ProcessTest, SpidevServedAtAnotherPathAndDescriptorCallsWork)
 TEST_F(ProcessTest, DeviceNodesGpioPathsAndFaultsAsTheProgramSeesThem)
 {
     const Outcome outcome =
-        client("stat /dev/spidev0.0 stat /dev/mldalm stat /sys/class/gpio/gpio48 gpio-write /sys/class/gpio/export 48 "
+        client("stat /dev/spidev0.0 stat /dev/mldalm stat /sys/class/gpio/gpio48 stdio-write /sys/class/gpio/export 48 "
                "stat /sys/class/gpio/gpio48 stat /sys/class/gpio/gpio48/value");
     EXPECT_EQ(outcome.out, "stat chr 153 0\naccess ok\nstat chr 10 130\naccess ok\nstat ENOENT\naccess ENOENT\n"
-                           "write ok\nstat dir\naccess ok\nstat file\naccess ok\n")
+                           "stdio ok\nstat dir\naccess ok\nstat file\naccess ok\n")
         << outcome.err;
     const Outcome faulty =
         client("stat /dev/mldalm stat /dev/spidev0.0 spi-open /dev/spidev0.0 spi-msg t:05/r:1 spi-msg t:05/r:1",
@@ -176,10 +176,10 @@ TEST_F(ProcessTest, MainThreadSleepsAndPollsAreVirtualOtherThreadsSleepForReal)
 {
     const auto before = std::chrono::steady_clock::now();
     const Outcome outcome = client(
-        "gpio-write /sys/class/gpio/export 2 gpio-write /sys/class/gpio/gpio2/edge rising poll-value 2 4000 "
+        "stdio-write /sys/class/gpio/export 2 stdio-write /sys/class/gpio/gpio2/edge rising poll-value 2 4000 "
         "clock-sleep 250000000 std-sleep 750 sleep 30 usleep 1000 nanosleep 1500 thread-usleep 20000 nanosleep -1",
         {"--quiet", "--edge", "2:rising@2.5"});
-    EXPECT_EQ(outcome.out, "write ok\nwrite ok\npoll 2 1 10\nclock_nanosleep 0\nnanosleep EINVAL\n")
+    EXPECT_EQ(outcome.out, "stdio ok\nstdio ok\npoll 2 1 10\nclock_nanosleep 0\nnanosleep EINVAL\n")
         << outcome.err;  // POLLPRI|POLLERR
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(15));
     const boardtest::RunResult run = result();
