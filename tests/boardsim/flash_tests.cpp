@@ -22,8 +22,6 @@ protected:
     // so that the tests see only the flash's own rule violations.
     void startWith(const boardsim::Options& options)
     {
-        SimFixture::TearDown();
-        SimFixture::SetUp();
         start(options);
         ASSERT_EQ(store("/sys/class/gpio/export", "48"), 0);
         ASSERT_EQ(store("/sys/class/gpio/gpio48/direction", "out"), 0);

@@ -46,6 +46,11 @@ void SimFixture::TearDown()
 
 void SimFixture::start(const boardsim::Options& options)
 {
+    if (m_simulator) {
+        // A second run in one test gets a fresh board.
+        SimFixture::TearDown();
+        SimFixture::SetUp();
+    }
     std::string error;
     m_runFile = boardsim::RunFile::create(m_root->path("run.bin"), error);
     ASSERT_TRUE(m_runFile) << error;

@@ -48,7 +48,8 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
-    // Sets up the run with the launcher's options; call before anything else.
+    // Sets up a run with the launcher's options; call before anything else.
+    // Called again, it starts over with a fresh board.
     void start(const boardsim::Options& options = boardsim::Options());
 
     boardsim::Simulator& sim() { return *m_simulator; }

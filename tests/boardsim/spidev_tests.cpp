@@ -13,6 +13,12 @@ namespace {
 
 class SpidevTest : public SimFixture {
 protected:
+    void SetUp() override
+    {
+        SimFixture::SetUp();
+        startWith(boardsim::Options());
+    }
+
     void startWith(const boardsim::Options& options)
     {
         start(options);
@@ -84,7 +90,6 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(SpidevTest, MessagesAreCheckedBeforeAnythingReachesTheBus)
 {
-    startWith(boardsim::Options());
     int err = 0;
     spi_ioc_transfer records[2] = {};
     const std::uint8_t writeEnableByte = 0x06;
@@ -133,7 +138,6 @@ class RecordCheckTest : public SpidevTest, public ::testing::WithParamInterface<
 TEST_P(RecordCheckTest, RecordsHoldWholeWordsOnOneLaneAndOnlyBytesAreDecoded)
 {
     const RecordCase& check = GetParam();
-    startWith(boardsim::Options());
     Record writeEnable = send(std::vector<std::uint8_t>(check.length, 0x06));
     writeEnable.rxLength = check.length;
     writeEnable.bitsPerWord = check.bits;
@@ -157,7 +161,6 @@ INSTANTIATE_TEST_SUITE_P(Records, RecordCheckTest,
 
 TEST_F(SpidevTest, ChipSelectIsReleasedOnlyAfterCsChangeAndAtTheEnd)
 {
-    startWith(boardsim::Options());
     std::memset(flash(), 0, 16);
     // Without cs_change the erase opcode is a second byte of the Write
     // Enable command: neither executes.
@@ -171,7 +174,6 @@ TEST_F(SpidevTest, ChipSelectIsReleasedOnlyAfterCsChangeAndAtTheEnd)
 
 TEST_F(SpidevTest, CsChangeOnTheLastRecordKeepsTheCommandGoingIntoTheNextMessage)
 {
-    startWith(boardsim::Options());
     flash()[0x40] = 0x12;
     flash()[0x41] = 0x34;
     EXPECT_EQ(message(fd, {send(address24(0x03, 0x40), true)}).result, 4);
@@ -182,7 +184,6 @@ TEST_F(SpidevTest, CsChangeOnTheLastRecordKeepsTheCommandGoingIntoTheNextMessage
 
 TEST_F(SpidevTest, RecordsWithoutTxBufferClockOutZeros)
 {
-    startWith(boardsim::Options());
     Record zeros;
     zeros.length = 4;
     const MessageResult result = message(fd, {send({0x06}, true), send(address24(0x02, 0x80)), zeros});
@@ -193,7 +194,6 @@ TEST_F(SpidevTest, RecordsWithoutTxBufferClockOutZeros)
 
 TEST_F(SpidevTest, EveryMessageCostsOverheadAndItsBitsAtTheClock)
 {
-    startWith(boardsim::Options());
     EXPECT_EQ(cost({send({0x05}), receive(1)}), 20000 + 800);  // 2 bytes at 20 MHz
     std::uint32_t speed = 10000000;
     ASSERT_EQ(ioctl(fd, SPI_IOC_WR_MAX_SPEED_HZ, &speed), 0);
@@ -230,27 +230,22 @@ TEST_F(SpidevTest, MessageFaultsFailTheNthMessageOrEveryOneFromIt)
 
 TEST_F(SpidevTest, MessagesWhileTheDspIsNotHeldOffAreReported)
 {
-    startWith(boardsim::Options());
-    auto rules = [&] {
-        return run().violationCount;
-    };
     readStatus(fd);
-    EXPECT_EQ(rules(), 1U);  // line 48 not exported
+    EXPECT_EQ(run().violationCount, 1U);  // line 48 not exported
     ASSERT_EQ(store("/sys/class/gpio/export", "48"), 0);
     readStatus(fd);
-    EXPECT_EQ(rules(), 2U);  // an input does not hold the DSP
+    EXPECT_EQ(run().violationCount, 2U);  // an input does not hold the DSP
     ASSERT_EQ(store("/sys/class/gpio/gpio48/direction", "out"), 0);
     readStatus(fd);
-    EXPECT_EQ(rules(), 2U);  // output at 0: held
+    EXPECT_EQ(run().violationCount, 2U);  // output at 0: held
     ASSERT_EQ(store("/sys/class/gpio/gpio48/value", "1"), 0);
     readStatus(fd);
-    EXPECT_EQ(rules(), 3U);
+    EXPECT_EQ(run().violationCount, 3U);
     EXPECT_STREQ(boardsim::violationRuleName(run().violations[2].rule), "gpio48-not-low");
 }
 
 TEST_F(SpidevTest, ReadAndWriteOnTheNodeAreSingleRecordMessages)
 {
-    startWith(boardsim::Options());
     const std::uint8_t writeEnableByte = 0x06;
     const auto written = sim().write(fd, &writeEnableByte, 1);
     ASSERT_TRUE(written);
