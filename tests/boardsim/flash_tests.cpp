@@ -257,17 +257,5 @@ TEST_F(FlashTest, FlipFaultsChangeOnlyWhatIsReadBack)
     EXPECT_EQ(flash()[0x10], 0x3C);
 }
 
-TEST_F(FlashTest, BusyFaultKeepsTheFlashBusyForever)
-{
-    boardsim::Options options;
-    options.faults = {"busy"};
-    startWith(options);
-    flash()[0] = 0x42;
-    sim().sleep(3600LL * 1000 * kMs, "test");
-    EXPECT_EQ(readStatus(fd) & 1, 1);
-    EXPECT_EQ(readData(fd, 0, 1)[0], 0xFF);
-    EXPECT_EQ(violationRules(), std::vector<std::string>{"busy-command"});
-}
-
 }  // namespace
 }  // namespace boardsim_test

@@ -246,20 +246,10 @@ TEST_F(SpidevTest, MessagesWhileTheDspIsNotHeldOffAreReported)
 
 TEST_F(SpidevTest, ReadAndWriteOnTheNodeAreSingleRecordMessages)
 {
-    const std::uint8_t writeEnableByte = 0x06;
-    const auto written = sim().write(fd, &writeEnableByte, 1);
-    ASSERT_TRUE(written);
-    EXPECT_EQ(written->result, 1);
+    EXPECT_EQ(writeText(fd, "\x06"), 1);
     EXPECT_EQ(readStatus(fd), 0x02);
-    std::vector<std::uint8_t> buffer(5000);
-    const auto tooLong = sim().read(fd, buffer.data(), buffer.size());
-    ASSERT_TRUE(tooLong);
-    EXPECT_EQ(tooLong->result, -1);
-    EXPECT_EQ(tooLong->err, EMSGSIZE);
-    const auto read = sim().read(fd, buffer.data(), 3);
-    ASSERT_TRUE(read);
-    EXPECT_EQ(read->result, 3);
-    EXPECT_EQ(buffer[0], 0xFF);  // a read alone sends zeros: no command
+    EXPECT_EQ(readText(fd, 5000), "error " + std::to_string(EMSGSIZE));
+    EXPECT_EQ(readText(fd, 3), "\xFF\xFF\xFF");  // a read alone sends zeros: no command
     const auto seek = sim().seek(fd, 0, SEEK_SET);
     ASSERT_TRUE(seek);
     EXPECT_EQ(seek->err, ESPIPE);
