@@ -10,39 +10,13 @@ namespace {
 constexpr std::uint32_t kCapacity = 2 * 1024 * 1024;
 constexpr std::int64_t kMs = 1000000;
 
-class FlashTest : public SimFixture {
+class FlashTest : public SpiFixture {
 protected:
-    void SetUp() override
-    {
-        SimFixture::SetUp();
-        startWith(boardsim::Options());
-    }
-
-    // A fresh run with line 48 at 0, as the tool holds it around flash work,
-    // so that the tests see only the flash's own rule violations.
-    void startWith(const boardsim::Options& options)
-    {
-        start(options);
-        ASSERT_EQ(store("/sys/class/gpio/export", "48"), 0);
-        ASSERT_EQ(store("/sys/class/gpio/gpio48/direction", "out"), 0);
-        fd = openSpi();
-        ASSERT_GE(fd, 0);
-    }
-
     void program(std::uint32_t address, const std::vector<std::uint8_t>& data)
     {
         const MessageResult result = message(fd, {send({0x06}, true), send(address24(0x02, address)), send(data)});
         ASSERT_EQ(result.result, static_cast<int>(5 + data.size()));
         waitReady(fd);
-    }
-
-    std::vector<std::string> violationRules()
-    {
-        std::vector<std::string> rules;
-        for (std::uint32_t i = 0; i < run().violationCount; ++i) {
-            rules.emplace_back(boardsim::violationRuleName(run().violations[i].rule));
-        }
-        return rules;
     }
 
     // The last message released chip select just now: the flash must be busy
@@ -56,8 +30,6 @@ protected:
         sim().sleep(end - now(), "test");
         EXPECT_EQ(readStatus(fd), 0x00);
     }
-
-    int fd = -1;
 };
 
 TEST_F(FlashTest, AnswersTheIdentificationCommandsOfTheDefaultPart)

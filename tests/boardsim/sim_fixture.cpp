@@ -192,4 +192,24 @@ void SimFixture::waitReady(int fd)
     ADD_FAILURE() << "flash stayed busy";
 }
 
+std::vector<std::string> SimFixture::violationRules()
+{
+    std::vector<std::string> rules;
+    for (std::uint32_t i = 0; i < run().violationCount; ++i) {
+        rules.emplace_back(boardsim::violationRuleName(run().violations[i].rule));
+    }
+    return rules;
+}
+
+void SpiFixture::startWith(const boardsim::Options& options, bool holdDsp)
+{
+    start(options);
+    if (holdDsp) {
+        ASSERT_EQ(store("/sys/class/gpio/export", "48"), 0);
+        ASSERT_EQ(store("/sys/class/gpio/gpio48/direction", "out"), 0);
+    }
+    fd = openSpi();
+    ASSERT_GE(fd, 0);
+}
+
 }  // namespace boardsim_test

@@ -76,11 +76,31 @@ protected:
     std::vector<std::uint8_t> readData(int fd, std::uint32_t address, std::uint32_t length);
     void waitReady(int fd);
 
+    // The rules of the violations reported so far, in order.
+    std::vector<std::string> violationRules();
+
 private:
     std::unique_ptr<testsupport::TempFolder> m_root;
     std::string m_stateDir;
     std::unique_ptr<boardsim::RunFile> m_runFile;
     std::unique_ptr<boardsim::Simulator> m_simulator;
+};
+
+// The flash and the bus: every test starts with a run and the SPI node open
+// in fd; line 48 is held at 0, as the tool holds it around flash work, so
+// that a test sees only its own rule violations.
+class SpiFixture : public SimFixture {
+protected:
+    void SetUp() override
+    {
+        SimFixture::SetUp();
+        startWith(boardsim::Options());
+    }
+
+    // A fresh run with these options.
+    void startWith(const boardsim::Options& options, bool holdDsp = true);
+
+    int fd = -1;
 };
 
 }  // namespace boardsim_test
