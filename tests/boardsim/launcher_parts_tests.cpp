@@ -95,7 +95,7 @@ TEST(LauncherFaults, AcceptsEveryKindAndRefusesMalformedOnes)
     EXPECT_NE(error.find("unknown errno 'EWHAT'"), std::string::npos) << error;
 }
 
-TEST(LauncherEdges, ParsesLineKindAndExactTime)
+TEST(LauncherEdgesAndSignals, ParseLineKindTimeSignalAndMessageCount)
 {
     boardsim::EdgeEvent edge{};
     std::string error;
@@ -110,12 +110,7 @@ TEST(LauncherEdges, ParsesLineKindAndExactTime)
          {"2:up@1", "x:rising@1", "2:rising@1.", "2:rising@-1", "2:rising", "300:rising@1", "2:rising@1.0000000001"}) {
         EXPECT_FALSE(boardsim::parseEdge(text, edge, error)) << text;
     }
-}
-
-TEST(LauncherSignal, ParsesNamesNumbersAndTheMessageCount)
-{
     boardsim::SignalInjection injection{};
-    std::string error;
     const std::pair<const char*, boardsim::SignalInjection> valid[] = {
         {"TERM@msg:40", {SIGTERM, 40}},  {"SIGINT@msg:1", {SIGINT, 1}}, {"HUP@msg:7", {SIGHUP, 7}},
         {"SIGQUIT@msg:3", {SIGQUIT, 3}}, {"9@msg:12", {9, 12}},         {"64@msg:2", {64, 2}}};
@@ -150,7 +145,7 @@ protected:
     const std::string root = folder.path();
 };
 
-TEST_F(StateFolderTest, MakesAnErasedFlashAndAGpioTree)
+TEST_F(StateFolderTest, MakesAnErasedFlashAndAGpioTreeAndRefusesABrokenFolder)
 {
     std::string error;
     const std::string dir = root + "/deep/state";
@@ -159,11 +154,7 @@ TEST_F(StateFolderTest, MakesAnErasedFlashAndAGpioTree)
     struct stat info {};
     EXPECT_EQ(stat((dir + "/gpio/export").c_str(), &info), 0);
     EXPECT_EQ(stat((dir + "/gpio/unexport").c_str(), &info), 0);
-}
-
-TEST_F(StateFolderTest, RefusesABrokenFolder)
-{
-    std::string error;
+    // A flash of the wrong size, a file instead of a folder: refused.
     std::ofstream(root + "/flash.bin") << "short";
     EXPECT_FALSE(boardsim::prepareStateFolder(root, profile(), error));
     EXPECT_NE(error.find("broken state folder"), std::string::npos) << error;
@@ -249,16 +240,15 @@ TEST(LauncherSummary, ReportsCountersHistoryAndViolations)
     block->violationsTotal = 1;
     block->soundOn = 1;
     const std::string json = boardsim::summaryJson(*block, 7);
-    EXPECT_NE(json.find("\"status\":7"), std::string::npos) << json;
-    EXPECT_NE(json.find("\"board_time_ns\":1500000000"), std::string::npos);
-    EXPECT_NE(json.find("\"lines\":{\"48\":[[10,0],[20,1]]}"), std::string::npos) << json;
-    EXPECT_NE(json.find("\"exported\":[48]"), std::string::npos);
-    EXPECT_NE(json.find("{\"rule\":\"no-latch\",\"detail\":\"PP without Write Enable\",\"t\":5}"), std::string::npos);
-    EXPECT_NE(json.find("\"on\":true"), std::string::npos) << json;
+    for (const char* part :
+         {"\"status\":7", "\"board_time_ns\":1500000000", "\"lines\":{\"48\":[[10,0],[20,1]]}", "\"exported\":[48]",
+          "{\"rule\":\"no-latch\",\"detail\":\"PP without Write Enable\",\"t\":5}", "\"on\":true"}) {
+        EXPECT_NE(json.find(part), std::string::npos) << part << " in " << json;
+    }
     const std::string text = boardsim::summaryText(*block);
-    EXPECT_NE(text.find("board time 1.500000 s"), std::string::npos) << text;
-    EXPECT_NE(text.find("3 messages"), std::string::npos);
-    EXPECT_NE(text.find("violations: 1 (no-latch 1)"), std::string::npos) << text;
+    for (const char* part : {"board time 1.500000 s", "3 messages", "violations: 1 (no-latch 1)"}) {
+        EXPECT_NE(text.find(part), std::string::npos) << part << " in " << text;
+    }
 }
 
 }  // namespace

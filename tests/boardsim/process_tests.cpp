@@ -199,7 +199,7 @@ TEST_F(ProcessTest, TraceAndSummaryHaveTheDocumentedShape)
 
 TEST_F(ProcessTest, ExitStatusIsTheCommands)
 {
-    EXPECT_EQ(client("exit 3").status, 3);
+    EXPECT_EQ(board.run({"sh", "-c", "exit 3"}).status, 3);
     EXPECT_EQ(board.run({"sh", "-c", "kill -TERM $$"}).status, 128 + 15);
     EXPECT_EQ(board.run({board.path("no-such-program")}).status, 127);
 }

@@ -177,9 +177,6 @@ int run(int argc, char** argv)
             int file = -1;
             const bool ok = fileRoundTrip(next(), file);
             std::cout << "file " << (ok ? "ok" : "broken") << " fd " << file << '\n';
-        } else if (op == "exit") {
-            std::cout.flush();
-            return std::stoi(next());
         } else {
             std::cerr << "unknown operation " << op << '\n';
             return 2;
