@@ -211,6 +211,11 @@ TEST_F(GpioTest, PollsWithRealDescriptorsOrWithoutTimeOut)
     pollfd withReal[2] = {{value, POLLPRI, 0}, {pipeEnds[0], POLLIN, 0}};
     const timespec brief{0, 1000000};
     EXPECT_EQ(sim().poll(withReal, 2, &brief, nullptr).value_or(boardsim::Served<int>{-1, 0}).result, 0);
+    // A zero time-out still asks the real descriptors.
+    ASSERT_EQ(::write(pipeEnds[1], "x", 1), 1);
+    const timespec none{0, 0};
+    EXPECT_EQ(sim().poll(withReal, 2, &none, nullptr).value_or(boardsim::Served<int>{-1, 0}).result, 1);
+    EXPECT_EQ(withReal[1].revents, POLLIN);
     EXPECT_EQ(sim().poll(withReal, 1, nullptr, nullptr).value_or(boardsim::Served<int>{-1, 0}).result, 1);
     EXPECT_EQ(now(), 1000000000);
     ::close(pipeEnds[0]);

@@ -155,18 +155,21 @@ TEST_F(ProcessTest, TheTraceSurvivesProgramsThatCloseOrReplaceDescriptors)
 
 // The spidev descriptor's number is handed out again after its close; the
 // ordinary file that gets it must behave as an ordinary file. Stdio output on
-// a GPIO file arrives at fclose, with the store's error.
+// a GPIO file arrives at fflush or fclose, with the store's error.
 TEST_F(ProcessTest, OrdinaryFilesPassThroughAndReuseSimulatedNumbers)
 {
     const RunResult run = client("spi-open /dev/spidev0.0 fd spi-close file-check plain stdio-write "
-                                 "/sys/class/gpio/export 49 stdio-write /sys/class/gpio/export 49 file-check plain2");
+                                 "/sys/class/gpio/export 49 stdio-write /sys/class/gpio/export 49 stdio-flush "
+                                 "/sys/class/gpio/export 49 file-check plain2");
     int spiFd = -1;
     int firstFileFd = -2;
     int secondFileFd = -3;
-    ASSERT_EQ(std::sscanf(run.out.c_str(),
-                          "open ok\nfd %d\nclose 0\nfile ok fd %d\nstdio ok\nstdio EBUSY\nfile ok fd %d\n", &spiFd,
-                          &firstFileFd, &secondFileFd),
-              3)
+    ASSERT_EQ(
+        std::sscanf(
+            run.out.c_str(),
+            "open ok\nfd %d\nclose 0\nfile ok fd %d\nstdio ok\nstdio EBUSY\nflush EBUSY\nstdio ok\nfile ok fd %d\n",
+            &spiFd, &firstFileFd, &secondFileFd),
+        3)
         << run.describe();
     EXPECT_EQ(firstFileFd, spiFd);
     EXPECT_EQ(secondFileFd, spiFd);  // the export file's number, freed by its close

@@ -153,9 +153,13 @@ int run(int argc, char** argv)
             const int target = std::stoi(next());
             std::cout << "dup2 " << (::dup2(1, target) == target ? "ok" : errnoText(errno)) << '\n';
             ::close(target);
-        } else if (op == "stdio-write") {
+        } else if (op == "stdio-write" || op == "stdio-flush") {
             FILE* stream = std::fopen(next().c_str(), "w");
             std::fputs(next().c_str(), stream);
+            if (op == "stdio-flush") {
+                const int flushed = std::fflush(stream);
+                std::cout << "flush " << (flushed == 0 ? std::string("ok") : errnoText(errno)) << '\n';
+            }
             const int result = std::fclose(stream);
             std::cout << "stdio " << (result == 0 ? std::string("ok") : errnoText(errno)) << '\n';
         } else if (op == "stat") {
