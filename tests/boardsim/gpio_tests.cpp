@@ -8,10 +8,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <sstream>
-#include <string>
-#include <vector>
-
 namespace boardsim_test {
 namespace {
 
@@ -25,55 +21,46 @@ protected:
         return ::stat((stateDir() + "/gpio/" + relative).c_str(), &info) == 0;
     }
 
-    void exportLine(int line) { ASSERT_EQ(store(kGpio + "/export", std::to_string(line)), 0); }
+    std::string stored(const std::string& relative) { return testsupport::readText(stateDir() + "/gpio/" + relative); }
 
-    // Opens value, reads it (acknowledging past edges) and polls for POLLPRI.
-    int waitForEdge(int line, const std::string& edge, std::int64_t timeoutNs, short* revents = nullptr)
-    {
-        const std::string folder = kGpio + "/gpio" + std::to_string(line);
-        EXPECT_EQ(store(folder + "/edge", edge), 0);
-        const int fd = open((folder + "/value").c_str(), O_RDONLY);
-        readText(fd);
-        pollfd watched{fd, POLLPRI, 0};
-        const timespec timeout{static_cast<time_t>(timeoutNs / 1000000000LL),
-                               static_cast<long>(timeoutNs % 1000000000LL)};
-        const auto served = sim().poll(&watched, 1, &timeout, nullptr);
-        EXPECT_TRUE(served);
-        if (revents != nullptr) {
-            *revents = watched.revents;
-        }
-        close(fd);
-        return served ? served->result : 0;
-    }
+    void exportLine(int line) { ASSERT_EQ(store(kGpio + "/export", std::to_string(line)), 0); }
 };
 
 TEST_F(GpioTest, ExportCreatesTheLineFolderAndRefusesASecondExport)
 {
     start();
     exportLine(48);
-    EXPECT_EQ(readFile(stateDir() + "/gpio/gpio48/value"), "0\n");
-    EXPECT_EQ(readFile(stateDir() + "/gpio/gpio48/direction"), "in\n");
-    EXPECT_EQ(readFile(stateDir() + "/gpio/gpio48/active_low"), "0\n");
-    EXPECT_EQ(readFile(stateDir() + "/gpio/gpio48/edge"), "none\n");
+    EXPECT_EQ(stored("gpio48/value") + stored("gpio48/direction") + stored("gpio48/active_low") + stored("gpio48/edge"),
+              "0\nin\n0\nnone\n");
     EXPECT_EQ(store(kGpio + "/export", "48"), EBUSY);
     EXPECT_EQ(store(kGpio + "/unexport", "48"), 0);
     EXPECT_FALSE(inTree("gpio48"));
     EXPECT_EQ(store(kGpio + "/unexport", "48"), EINVAL);
 }
 
-TEST_F(GpioTest, NumbersAreReadLikeTheKernelReadsThem)
+// Line numbers are read as the kernel reads them (any base, one trailing
+// line end); an export-refused fault answers its errno.
+TEST_F(GpioTest, ExportNumbersAreReadLikeTheKernelReadsThem)
 {
-    start();
-    EXPECT_EQ(store(kGpio + "/export", "0x30"), 0);
-    EXPECT_TRUE(inTree("gpio48"));
-    EXPECT_EQ(store(kGpio + "/export", "143\n"), 0);
-    EXPECT_TRUE(inTree("gpio143"));
-    EXPECT_EQ(store(kGpio + "/export", " 2"), EINVAL);
-    EXPECT_EQ(store(kGpio + "/export", "2 "), EINVAL);
-    EXPECT_EQ(store(kGpio + "/export", "2\n\n"), EINVAL);
-    EXPECT_EQ(store(kGpio + "/export", "-1"), EINVAL);
-    EXPECT_EQ(store(kGpio + "/export", "224"), EINVAL);
-    EXPECT_EQ(store(kGpio + "/export", "99999999999999999999"), ERANGE);
+    boardsim::Options options;
+    options.faults = {"export-refused:5", "export-refused:6:EPERM"};
+    start(options);
+    const struct {
+        const char* text;
+        int err;
+        const char* folder;
+    } cases[] = {{"0x30", 0, "gpio48"},   {"143\n", 0, "gpio143"},  {"223", 0, "gpio223"},
+                 {" 2", EINVAL, nullptr}, {"2 ", EINVAL, nullptr},  {"2\n\n", EINVAL, nullptr},
+                 {"-1", EINVAL, nullptr}, {"224", EINVAL, nullptr}, {"99999999999999999999", ERANGE, nullptr},
+                 {"5", EBUSY, nullptr},   {"6", EPERM, nullptr},    {"7", 0, "gpio7"}};
+    for (const auto& exported : cases) {
+        SCOPED_TRACE(exported.text);
+        EXPECT_EQ(store(kGpio + "/export", exported.text), exported.err);
+        if (exported.folder != nullptr) {
+            EXPECT_TRUE(inTree(exported.folder));
+        }
+    }
+    EXPECT_EQ(run().historyCount, 4U);  // only the exported lines
 }
 
 TEST_F(GpioTest, ValueStoresFollowDirectionAndActiveLow)
@@ -93,21 +80,16 @@ TEST_F(GpioTest, ValueStoresFollowDirectionAndActiveLow)
     EXPECT_EQ(run().lines[51].outputLevel, 1);
     EXPECT_EQ(store(line + "/value", "x"), EINVAL);
     EXPECT_EQ(store(line + "/active_low", "maybe"), EINVAL);
-    EXPECT_EQ(readFile(stateDir() + "/gpio/gpio51/value"), "0\n");
-    EXPECT_EQ(readFile(stateDir() + "/gpio/gpio51/direction"), "out\n");
-}
-
-TEST_F(GpioTest, EdgesArmOnlyOnInputs)
-{
-    start();
+    EXPECT_EQ(stored("gpio51/value") + stored("gpio51/direction"), "0\nout\n");
+    // An armed line is an interrupt: it cannot become an output, and an
+    // output cannot be armed.
     exportLine(2);
-    const std::string line = kGpio + "/gpio2";
-    EXPECT_EQ(store(line + "/edge", "falling"), 0);
-    EXPECT_EQ(store(line + "/direction", "out"), EIO);  // an armed line is an interrupt
-    EXPECT_EQ(store(line + "/edge", "none"), 0);
-    EXPECT_EQ(store(line + "/direction", "out"), 0);
-    EXPECT_EQ(store(line + "/edge", "rising"), EIO);
-    EXPECT_EQ(store(line + "/edge", "sometimes"), EINVAL);
+    EXPECT_EQ(store(kGpio + "/gpio2/edge", "falling"), 0);
+    EXPECT_EQ(store(kGpio + "/gpio2/direction", "out"), EIO);
+    EXPECT_EQ(store(kGpio + "/gpio2/edge", "none"), 0);
+    EXPECT_EQ(store(kGpio + "/gpio2/direction", "out"), 0);
+    EXPECT_EQ(store(kGpio + "/gpio2/edge", "rising"), EIO);
+    EXPECT_EQ(store(kGpio + "/gpio2/edge", "sometimes"), EINVAL);
 }
 
 TEST_F(GpioTest, OpensFollowSysfsRules)
@@ -145,61 +127,76 @@ TEST_F(GpioTest, ReadsAndSeeksWorkOnTheShownText)
     close(fd);
 }
 
-TEST_F(GpioTest, ExportRefusedFault)
-{
-    boardsim::Options options;
-    options.faults = {"export-refused:2", "export-refused:3:EPERM"};
-    start(options);
-    EXPECT_EQ(store(kGpio + "/export", "2"), EBUSY);
-    EXPECT_EQ(store(kGpio + "/export", "3"), EPERM);
-    EXPECT_EQ(store(kGpio + "/export", "4"), 0);
-}
-
 TEST_F(GpioTest, UnexportKeepsTheElectricalStateAndClearsTheFlags)
 {
     start();
     exportLine(48);
-    ASSERT_EQ(store(kGpio + "/gpio48/direction", "high"), 0);
+    ASSERT_EQ(store(kGpio + "/gpio48/direction", "out"), 0);
     ASSERT_EQ(store(kGpio + "/gpio48/active_low", "1"), 0);
+    sim().sleep(1000, "test");
+    ASSERT_EQ(store(kGpio + "/gpio48/value", "0"), 0);  // electrical 1
+    ASSERT_EQ(store(kGpio + "/gpio48/value", "0"), 0);  // no change: not recorded
+    // The level history: exported, became an output, went high.
+    ASSERT_EQ(run().historyCount, 3U);
+    EXPECT_EQ(run().history[1].level, 0);
+    EXPECT_EQ(run().history[2].level, 1);
+    EXPECT_EQ(run().history[2].timeNs, 1000);
     ASSERT_EQ(store(kGpio + "/unexport", "48"), 0);
     exportLine(48);
-    EXPECT_EQ(show(kGpio + "/gpio48/direction"), "out\n");
-    EXPECT_EQ(show(kGpio + "/gpio48/active_low"), "0\n");
-    EXPECT_EQ(show(kGpio + "/gpio48/value"), "1\n");
+    EXPECT_EQ(show(kGpio + "/gpio48/direction") + show(kGpio + "/gpio48/active_low") + show(kGpio + "/gpio48/value"),
+              "out\n0\n1\n");
 }
 
-TEST_F(GpioTest, ScriptedEdgeWakesAPollAtItsVirtualTime)
+// A wait on a value file: read it (acknowledging past edges), arm an edge and
+// poll for POLLPRI in virtual time. Scripted edges are electrical; with
+// active_low the program sees a fall as a rise.
+struct EdgeWaitCase {
+    std::vector<std::string> edges;
+    bool activeLow;
+    const char* edge;
+    std::int64_t timeoutNs;
+    int result;
+    std::int64_t endNs;
+    const char* valueAfter;
+};
+
+class EdgeWaitTest : public GpioTest, public ::testing::WithParamInterface<EdgeWaitCase> {};
+
+TEST_P(EdgeWaitTest, PollEndsAtTheEdgeOrTheTimeOut)
 {
+    const EdgeWaitCase& wait = GetParam();
     boardsim::Options options;
-    options.edges = {"2:falling@1.5"};
+    options.edges = wait.edges;
     start(options);
     exportLine(2);
-    EXPECT_EQ(show(kGpio + "/gpio2/value"), "1\n");  // opposite of the first edge
-    short revents = 0;
-    EXPECT_EQ(waitForEdge(2, "falling", 5000000000LL, &revents), 1);
-    EXPECT_EQ(revents, POLLPRI | POLLERR);
-    EXPECT_EQ(now(), 1500000000);
-    EXPECT_EQ(show(kGpio + "/gpio2/value"), "0\n");
-    EXPECT_EQ(readFile(stateDir() + "/gpio/gpio2/value"), "0\n");
+    const std::string line = kGpio + "/gpio2";
+    ASSERT_EQ(store(line + "/active_low", wait.activeLow ? "1" : "0"), 0);
+    ASSERT_EQ(store(line + "/edge", wait.edge), 0);
+    const int fd = open((line + "/value").c_str(), O_RDONLY);
+    readText(fd);
+    pollfd watched{fd, POLLPRI, 0};
+    const timespec timeout{static_cast<time_t>(wait.timeoutNs / 1000000000), wait.timeoutNs % 1000000000};
+    const auto served = sim().poll(&watched, 1, &timeout, nullptr);
+    ASSERT_TRUE(served);
+    EXPECT_EQ(served->result, wait.result);
+    EXPECT_EQ(watched.revents, wait.result == 1 ? POLLPRI | POLLERR : 0);
+    EXPECT_EQ(now(), wait.endNs);
+    close(fd);
+    EXPECT_EQ(show(line + "/value"), wait.valueAfter);
 }
 
-TEST_F(GpioTest, PollTimesOutInVirtualTimeWhenNoArmedEdgeComes)
-{
-    boardsim::Options options;
-    options.edges = {"2:falling@1.5"};
-    start(options);
-    exportLine(2);
-    EXPECT_EQ(waitForEdge(2, "rising", 3000000000LL), 0);
-    EXPECT_EQ(now(), 3000000000);
-    EXPECT_EQ(show(kGpio + "/gpio2/value"), "0\n");  // the level did change
-    EXPECT_EQ(waitForEdge(2, "both", 0), 0);         // no edge pending: at once
-    EXPECT_EQ(now(), 3000000000);
-}
+INSTANTIATE_TEST_SUITE_P(
+    Edges, EdgeWaitTest,
+    ::testing::Values(EdgeWaitCase{{"2:falling@1.5"}, false, "falling", 5000000000, 1, 1500000000, "0\n"},
+                      EdgeWaitCase{{"2:falling@1.5"}, false, "rising", 3000000000, 0, 3000000000, "0\n"},
+                      EdgeWaitCase{{"2:falling@1.5"}, false, "both", 0, 0, 0, "1\n"},  // no edge yet: at once
+                      EdgeWaitCase{{"2:falling@0.25", "2:rising@0.5"}, true, "rising", 1000000000, 1, 250000000, "1\n"},
+                      EdgeWaitCase{{"2:rising@0.5"}, true, "rising", 1000000000, 0, 1000000000, "0\n"}));
 
-// Every poll of a value file leaves a gpio_poll trace line with its time-out
-// (null: none) and outcome, also when it waits for real because a real
-// descriptor is in the set; a poll without a value file leaves none.
-TEST_F(GpioTest, PollsOfValueFilesAreTracedWithTimeOutAndOutcome)
+// A poll with a real descriptor in the set waits for real (briefly here);
+// one without a time-out waits for the next edge in virtual time. Each poll
+// of a value file is traced with its time-out (null: none) and outcome.
+TEST_F(GpioTest, PollsWithRealDescriptorsOrWithoutTimeOut)
 {
     boardsim::Options options;
     options.tracePath = stateDir() + ".trace";
@@ -212,31 +209,20 @@ TEST_F(GpioTest, PollsOfValueFilesAreTracedWithTimeOutAndOutcome)
     int pipeEnds[2];
     ASSERT_EQ(::pipe(pipeEnds), 0);
     pollfd withReal[2] = {{value, POLLPRI, 0}, {pipeEnds[0], POLLIN, 0}};
-    pollfd bus{openSpi(), POLLIN, 0};
-    const timespec none{0, 0};
     const timespec brief{0, 1000000};
-    const auto none0 = sim().poll(withReal, 1, &none, nullptr);
-    ASSERT_TRUE(none0);
-    EXPECT_EQ(none0->result, 0);
-    const auto brief0 = sim().poll(withReal, 2, &brief, nullptr);
-    ASSERT_TRUE(brief0);
-    EXPECT_EQ(brief0->result, 0);
-    EXPECT_TRUE(sim().poll(&bus, 1, &brief, nullptr));
-    const auto edge = sim().poll(withReal, 1, nullptr, nullptr);
-    ASSERT_TRUE(edge);
-    EXPECT_EQ(edge->result, 1);
+    EXPECT_EQ(sim().poll(withReal, 2, &brief, nullptr).value_or(boardsim::Served<int>{-1, 0}).result, 0);
+    // A zero time-out still asks the real descriptors.
+    ASSERT_EQ(::write(pipeEnds[1], "x", 1), 1);
+    const timespec none{0, 0};
+    EXPECT_EQ(sim().poll(withReal, 2, &none, nullptr).value_or(boardsim::Served<int>{-1, 0}).result, 1);
+    EXPECT_EQ(withReal[1].revents, POLLIN);
+    EXPECT_EQ(sim().poll(withReal, 1, nullptr, nullptr).value_or(boardsim::Served<int>{-1, 0}).result, 1);
+    EXPECT_EQ(now(), 1000000000);
     ::close(pipeEnds[0]);
     ::close(pipeEnds[1]);
-    std::vector<std::string> polls;
-    std::istringstream trace(readFile(options.tracePath));
-    for (std::string line; std::getline(trace, line);) {
-        if (line.find("\"gpio_poll\"") != std::string::npos) {
-            polls.push_back(line.substr(line.find("\"line\"")));
-        }
-    }
-    EXPECT_EQ(polls, (std::vector<std::string>{"\"line\":2,\"timeout_ns\":0,\"result\":\"timeout\"}",
-                                               "\"line\":2,\"timeout_ns\":1000000,\"result\":\"timeout\"}",
-                                               "\"line\":2,\"timeout_ns\":null,\"result\":\"edge\"}"}));
+    const std::string trace = testsupport::readText(options.tracePath);
+    EXPECT_NE(trace.find("\"line\":2,\"timeout_ns\":1000000,\"result\":\"timeout\"}"), std::string::npos) << trace;
+    EXPECT_NE(trace.find("\"line\":2,\"timeout_ns\":null,\"result\":\"edge\"}"), std::string::npos) << trace;
 }
 
 // Which paths the program's own calls (opendir, stat, open of other files)
@@ -264,44 +250,12 @@ TEST_P(GpioRedirectTest, TreePathsGoToTheStateFolder)
 INSTANTIATE_TEST_SUITE_P(Paths, GpioRedirectTest,
                          ::testing::Values(RedirectCase{"/sys/class/gpio", ""},
                                            RedirectCase{"/sys/class/gpio/gpio48", "gpio48"},
-                                           RedirectCase{"/sys/class/gpio/gpiochip0", "gpiochip0"},
                                            RedirectCase{"/sys/class/gpio/gpio048", "gpio048"},
                                            RedirectCase{"/sys/class/gpio/export", nullptr},
-                                           RedirectCase{"/sys/class/gpio/unexport", nullptr},
                                            RedirectCase{"/sys/class/gpio/gpio48/value", nullptr},
-                                           RedirectCase{"/sys/class/gpio/gpio48/edge", nullptr},
                                            RedirectCase{"/sys/class/gpio/gpio48/power", nullptr},
                                            RedirectCase{"/sys/class/gpiox", nullptr},
                                            RedirectCase{"/dev/spidev0.0", nullptr}));
-
-TEST_F(GpioTest, ActiveLowTurnsAnElectricalFallInto_aRisingValue)
-{
-    boardsim::Options options;
-    options.edges = {"2:falling@0.25", "2:rising@0.5"};
-    start(options);
-    exportLine(2);
-    ASSERT_EQ(store(kGpio + "/gpio2/active_low", "1"), 0);
-    EXPECT_EQ(show(kGpio + "/gpio2/value"), "0\n");
-    EXPECT_EQ(waitForEdge(2, "rising", 1000000000LL), 1);
-    EXPECT_EQ(now(), 250000000);
-    EXPECT_EQ(waitForEdge(2, "rising", 1000000000LL), 0);  // the next one is a fall for the program
-    EXPECT_EQ(now(), 1250000000);
-}
-
-TEST_F(GpioTest, LevelHistoryRecordsExportOutputsAndChanges)
-{
-    start();
-    exportLine(48);
-    ASSERT_EQ(store(kGpio + "/gpio48/direction", "out"), 0);
-    sim().sleep(1000, "test");
-    ASSERT_EQ(store(kGpio + "/gpio48/value", "1"), 0);
-    ASSERT_EQ(store(kGpio + "/gpio48/value", "1"), 0);  // no change: not recorded
-    ASSERT_EQ(run().historyCount, 3U);
-    EXPECT_EQ(run().history[0].level, 0);  // exported
-    EXPECT_EQ(run().history[1].level, 0);  // became an output
-    EXPECT_EQ(run().history[2].level, 1);
-    EXPECT_EQ(run().history[2].timeNs, 1000);
-}
 
 }  // namespace
 }  // namespace boardsim_test

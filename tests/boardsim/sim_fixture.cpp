@@ -2,19 +2,13 @@
 #include "sim_fixture.h"
 
 #include "run_config.h"
-#include "state_folder.h"
 
 #include <fcntl.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
-#include <sstream>
 
 namespace boardsim_test {
-
-constexpr std::ptrdiff_t kGuard = 64;
 
 Record send(std::vector<std::uint8_t> bytes, bool csChange)
 {
@@ -52,6 +46,11 @@ void SimFixture::TearDown()
 
 void SimFixture::start(const boardsim::Options& options)
 {
+    if (m_simulator) {
+        // A second run in one test gets a fresh board.
+        SimFixture::TearDown();
+        SimFixture::SetUp();
+    }
     std::string error;
     m_runFile = boardsim::RunFile::create(m_root->path("run.bin"), error);
     ASSERT_TRUE(m_runFile) << error;
@@ -91,12 +90,21 @@ std::string SimFixture::readText(int fd, std::size_t count)
     std::string buffer(count, '\0');
     const auto served = m_simulator->read(fd, &buffer[0], count);
     EXPECT_TRUE(served);
-    const ssize_t result = served ? served->result : 0;
-    if (result < 0) {
-        return "error " + std::to_string(served->err);
+    if (!served || served->result < 0) {
+        return "error " + std::to_string(served ? served->err : 0);
     }
-    buffer.resize(static_cast<std::size_t>(result));
+    buffer.resize(static_cast<std::size_t>(served->result));
     return buffer;
+}
+
+int SimFixture::ioctl(int fd, unsigned long request, void* argument, int* err)
+{
+    const auto served = m_simulator->ioctl(fd, request, argument);
+    EXPECT_TRUE(served);
+    if (err != nullptr) {
+        *err = served ? served->err : 0;
+    }
+    return served ? served->result : 0;
 }
 
 int SimFixture::store(const std::string& path, const std::string& text)
@@ -123,24 +131,18 @@ std::string SimFixture::show(const std::string& path)
     return text;
 }
 
-int SimFixture::openSpi()
-{
-    return open("/dev/spidev0.0", O_RDWR);
-}
-
 MessageResult SimFixture::message(int fd, const std::vector<Record>& records)
 {
+    constexpr std::ptrdiff_t kGuard = 64;  // bytes after each receive buffer the models must leave alone
     std::vector<spi_ioc_transfer> transfers(records.size());
     std::vector<std::vector<std::uint8_t>> rx(records.size());
     for (std::size_t k = 0; k < records.size(); ++k) {
         const Record& record = records[k];
         spi_ioc_transfer& transfer = transfers[k];
-        transfer = spi_ioc_transfer{};
         if (!record.tx.empty()) {
             transfer.tx_buf = reinterpret_cast<std::uintptr_t>(record.tx.data());
         }
         if (record.rxLength > 0) {
-            // Guard bytes after the buffer: the models must not write past it.
             rx[k].assign(record.rxLength + kGuard, 0xAA);
             transfer.rx_buf = reinterpret_cast<std::uintptr_t>(rx[k].data());
         }
@@ -151,6 +153,7 @@ MessageResult SimFixture::message(int fd, const std::vector<Record>& records)
         transfer.speed_hz = record.speedHz;
         transfer.delay_usecs = record.delayUsecs;
         transfer.tx_nbits = record.txNbits;
+        transfer.rx_nbits = record.rxNbits;
         transfer.bits_per_word = record.bitsPerWord;
     }
     MessageResult result;
@@ -165,26 +168,11 @@ MessageResult SimFixture::message(int fd, const std::vector<Record>& records)
     return result;
 }
 
-int SimFixture::ioctl(int fd, unsigned long request, void* argument, int* err)
-{
-    const auto served = m_simulator->ioctl(fd, request, argument);
-    EXPECT_TRUE(served);
-    if (err != nullptr) {
-        *err = served ? served->err : 0;
-    }
-    return served ? served->result : 0;
-}
-
 std::uint8_t SimFixture::readStatus(int fd)
 {
     const MessageResult result = message(fd, {send({0x05}), receive(1)});
     EXPECT_EQ(result.result, 2);
     return result.rx.empty() ? 0xAA : result.rx[0][0];
-}
-
-void SimFixture::writeEnable(int fd)
-{
-    EXPECT_EQ(message(fd, {send({0x06})}).result, 1);
 }
 
 std::vector<std::uint8_t> SimFixture::readData(int fd, std::uint32_t address, std::uint32_t length)
@@ -204,12 +192,24 @@ void SimFixture::waitReady(int fd)
     ADD_FAILURE() << "flash stayed busy";
 }
 
-std::string SimFixture::readFile(const std::string& path)
+std::vector<std::string> SimFixture::violationRules()
 {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
+    std::vector<std::string> rules;
+    for (std::uint32_t i = 0; i < run().violationCount; ++i) {
+        rules.emplace_back(boardsim::violationRuleName(run().violations[i].rule));
+    }
+    return rules;
+}
+
+void SpiFixture::startWith(const boardsim::Options& options, bool holdDsp)
+{
+    start(options);
+    if (holdDsp) {
+        ASSERT_EQ(store("/sys/class/gpio/export", "48"), 0);
+        ASSERT_EQ(store("/sys/class/gpio/gpio48/direction", "out"), 0);
+    }
+    fd = openSpi();
+    ASSERT_GE(fd, 0);
 }
 
 }  // namespace boardsim_test

@@ -3,6 +3,7 @@
 // file's size check and the descriptor identity check depend on it, on every
 // target (32-bit ARM's kernel stat layout differs from the C library's).
 #include "sys_io.h"
+#include "TempFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -11,71 +12,36 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
-#include <string>
 
 namespace boardsim_test {
 namespace {
 
-class SysIoTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        const char* folder = std::getenv("TMPDIR");
-        path = std::string(folder != nullptr ? folder : "/tmp") + "/boardsim_sys_io_XXXXXX";
-        fd = mkstemp(&path[0]);
-        ASSERT_GE(fd, 0);
-    }
-    void TearDown() override
-    {
-        if (fd >= 0) {
-            close(fd);
-            unlink(path.c_str());
-        }
-    }
-    std::string path;
-    int fd = -1;
-};
-
-TEST_F(SysIoTest, StatFileReportsTheSameFileAsTheCLibrary)
+TEST(SysIo, StatFileReportsWhatTheCLibraryReportsAndTellsFilesApart)
 {
+    testsupport::TempFolder folder("boardsim-sys-io");
+    const int fd = ::open(folder.path("file").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    ASSERT_GE(fd, 0);
     // An odd size above 64 KiB, so that a misplaced or truncated field shows.
-    constexpr off_t kSize = 70001;
-    ASSERT_EQ(ftruncate(fd, kSize), 0);
+    ASSERT_EQ(ftruncate(fd, 70001), 0);
     struct stat expected {};
     ASSERT_EQ(fstat(fd, &expected), 0);
     struct stat actual {};
     ASSERT_EQ(boardsim::sys::statFile(fd, &actual), 0);
-    EXPECT_EQ(actual.st_size, kSize);
+    EXPECT_EQ(actual.st_size, 70001);
     EXPECT_EQ(actual.st_dev, expected.st_dev);
     EXPECT_EQ(actual.st_ino, expected.st_ino);
     EXPECT_EQ(actual.st_mode, expected.st_mode);
-    EXPECT_TRUE(S_ISREG(actual.st_mode));
-}
+    const int other = ::open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    struct stat dir {};
+    ASSERT_EQ(boardsim::sys::statFile(other, &dir), 0);
+    EXPECT_TRUE(S_ISDIR(dir.st_mode));
+    EXPECT_NE(dir.st_ino, actual.st_ino);
+    ::close(other);
 
-TEST_F(SysIoTest, StatFileTellsFilesApart)
-{
-    const int other = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    ASSERT_GE(other, 0);
-    struct stat file {};
-    struct stat folder {};
-    ASSERT_EQ(boardsim::sys::statFile(fd, &file), 0);
-    ASSERT_EQ(boardsim::sys::statFile(other, &folder), 0);
-    close(other);
-    EXPECT_TRUE(S_ISDIR(folder.st_mode));
-    EXPECT_FALSE(file.st_dev == folder.st_dev && file.st_ino == folder.st_ino);
-}
-
-TEST_F(SysIoTest, ClosedDescriptorIsNotOpen)
-{
     EXPECT_TRUE(boardsim::sys::descriptorOpen(fd));
-    struct stat info {};
-    ASSERT_EQ(close(fd), 0);
-    const int closed = fd;
-    fd = -1;
-    unlink(path.c_str());
-    EXPECT_FALSE(boardsim::sys::descriptorOpen(closed));
-    EXPECT_EQ(boardsim::sys::statFile(closed, &info), -1);
+    ASSERT_EQ(::close(fd), 0);
+    EXPECT_FALSE(boardsim::sys::descriptorOpen(fd));
+    EXPECT_EQ(boardsim::sys::statFile(fd, &actual), -1);
     EXPECT_EQ(errno, EBADF);
 }
 
