@@ -1,9 +1,17 @@
 // SPDX-License-Identifier: MIT
-// Runs one scenario of the HAL's pieces on the simulated board and prints
-// what the calls returned as "key=value" lines; the board tests check those
-// lines together with the simulator's trace.
+// Runs the HAL's pieces on the simulated board one step at a time and prints
+// what the steps returned, separated by spaces; the board tests check that
+// together with the simulator's trace.
 //
-//   hal_board_probe SCENARIO
+//   hal_board_probe STEP...
+//
+//   pin:N:out|in[:low]  makes a GpioPin; the pin steps below use the last one
+//   get set:V toggle close wait:EDGE:SECONDS
+//   hal:OPERATION[:ARG] calls the HAL instance, or the board implementation
+//                       made by "vosta" until "drop" destroys it
+//   melody:MS           makes a Melody device and plays for MS milliseconds
+//   mark:US             sleeps US microseconds, a marker in the trace
+// Pins still alive at the end are destroyed last made first.
 
 #include "hal/HwAbstractionLayer.h"
 #include "hal/vosta/GpioPin.h"
@@ -12,191 +20,149 @@
 
 #include <unistd.h>
 
-#include <cstring>
 #include <functional>
 #include <iostream>
 #include <map>
 #include <memory>
+#include <optional>
+#include <sstream>
 #include <string>
+#include <vector>
 
 namespace {
 
-void print(const char* key, long long value)
-{
-    std::cout << key << "=" << value << std::endl;
-}
+using Result = std::optional<long long>;
+using Operation = std::function<Result(hal::HwAbstractionLayer&, long)>;
 
-// Marks a point in the run: the simulator traces the sleep.
-void mark(unsigned int microseconds)
-{
-    ::usleep(microseconds);
-}
-
-const std::map<std::string, std::function<void()>> SCENARIOS = {
-    // First use of an output line through each operation.
-    {"first-use-get",
-     [] {
-         GpioPin pin(49, true, false);
-         print("value", pin.getValue());
+const std::map<std::string, Operation> HAL_OPERATIONS = {
+    {"get2",
+     [](hal::HwAbstractionLayer& h, long) {
+         return Result(h.getGpio2Value());
      }},
-    {"first-use-set",
-     [] {
-         GpioPin pin(49, true, false);
-         pin.setValue(1);
+    {"get48",
+     [](hal::HwAbstractionLayer& h, long) {
+         return Result(h.getGpio48Value());
      }},
-    {"first-use-toggle",
-     [] {
-         GpioPin pin(49, true, false);
-         pin.toggleValue();
+    {"get49",
+     [](hal::HwAbstractionLayer& h, long) {
+         return Result(h.getGpio49Value());
      }},
-    {"first-use-wait",
-     [] {
-         GpioPin pin(2, false, true);
-         print("result", pin.waitForEdge(EDGE_FALLING, 0));
+    {"get51",
+     [](hal::HwAbstractionLayer& h, long) {
+         return Result(h.getGpio51Value());
      }},
-    {"two-operations",
-     [] {
-         GpioPin pin(51, true, false);
-         pin.setValue(1);
-         mark(7);  // separates the first operation from the second in the trace
-         pin.setValue(0);
-         print("value", pin.getValue());
+    {"get143",
+     [](hal::HwAbstractionLayer& h, long) {
+         return Result(h.getGpio143Value());
      }},
-    {"toggle",
-     [] {
-         GpioPin pin(143, true, false);
-         pin.setValue(0);
-         pin.toggleValue();
-         mark(8);  // the toggled level must be written by now
-         print("after-first", pin.getValue());
-         pin.toggleValue();
-         print("after-second", pin.getValue());
+    {"set48",
+     [](hal::HwAbstractionLayer& h, long v) {
+         return h.setGpio48Value(int(v)), Result();
      }},
-    {"unreadable-value",
-     [] {
-         GpioPin pin(51, true, false);
-         print("value", pin.getValue());
-         pin.toggleValue();
-         print("value-after-toggle", pin.getValue());
+    {"set49",
+     [](hal::HwAbstractionLayer& h, long v) {
+         return h.setGpio49Value(int(v)), Result();
      }},
-    {"wait-none",
-     [] {
-         GpioPin pin(2, false, true);
-         pin.getValue();
-         mark(7);
-         print("result", pin.waitForEdge(EDGE_NONE, 1));
+    {"set51",
+     [](hal::HwAbstractionLayer& h, long v) {
+         return h.setGpio51Value(int(v)), Result();
      }},
-    {"wait-output",
-     [] {
-         GpioPin pin(49, true, false);
-         pin.getValue();
-         mark(7);
-         print("result", pin.waitForEdge(EDGE_FALLING, 1));
+    {"set143",
+     [](hal::HwAbstractionLayer& h, long v) {
+         return h.setGpio143Value(int(v)), Result();
      }},
-    {"wait-timeout",
-     [] {
-         GpioPin pin(2, false, true);
-         print("result", pin.waitForEdge(EDGE_FALLING, 3));
+    {"toggle49",
+     [](hal::HwAbstractionLayer& h, long) {
+         return h.toggleGpio49Value(), Result();
      }},
-    {"wait-edge",
-     [] {
-         GpioPin pin(2, false, true);
-         print("result", pin.waitForEdge(EDGE_FALLING, 5));
+    {"toggle143",
+     [](hal::HwAbstractionLayer& h, long) {
+         return h.toggleGpio143Value(), Result();
      }},
-    {"wait-rising-both",
-     [] {
-         GpioPin pin(2, false, false);
-         print("rising", pin.waitForEdge(EDGE_RISING, 2));
-         print("both", pin.waitForEdge(EDGE_BOTH, 2));
+    {"wait2",
+     [](hal::HwAbstractionLayer& h, long s) {
+         return Result(h.waitGpio2FallingEdge(s) ? 1 : 0);
      }},
-    {"close-pin",
-     [] {
-         GpioPin pin(49, true, false);
-         pin.setValue(1);
-         mark(7);
-         print("result", pin.closePin());
-         mark(8);
+    {"long",
+     [](hal::HwAbstractionLayer& h, long) {
+         return h.playLongBeep(), Result();
      }},
-    {"close-then-reopen",
-     [] {
-         GpioPin pin(49, true, false);
-         pin.setValue(1);
-         print("closed", pin.closePin());
-         mark(7);
-         pin.setValue(0);
-         mark(8);
+    {"short",
+     [](hal::HwAbstractionLayer& h, long) {
+         return h.playShortBeep(), Result();
      }},
-    {"destroy-unused",
-     [] {
-         GpioPin pin(49, true, false);
+    {"double",
+     [](hal::HwAbstractionLayer& h, long) {
+         return h.playDoubleBeep(), Result();
      }},
-    {"destroy-after-use",
-     [] {
-         GpioPin pin(49, true, false);
-         pin.setValue(1);
-         mark(7);
-     }},
-    // The HAL operations that the tool itself never calls.
-    {"hal-instance",
-     [] {
-         hal::HwAbstractionLayer* first = hal::HwAbstractionLayer::getInstance();
-         hal::HwAbstractionLayer* second = hal::HwAbstractionLayer::getInstance();
-         print("same", first == second ? 1 : 0);
-     }},
-    {"hal-lines",
-     [] {
-         hal::HwAbstractionLayer* hal = hal::HwAbstractionLayer::getInstance();
-         hal->setGpio51Value(1);
-         print("gpio51", hal->getGpio51Value());
-         hal->setGpio49Value(1);
-         hal->toggleGpio49Value();
-         print("gpio49", hal->getGpio49Value());
-         hal->setGpio143Value(0);
-         hal->toggleGpio143Value();
-         print("gpio143", hal->getGpio143Value());
-         hal->setGpio48Value(1);
-         print("gpio48", hal->getGpio48Value());
-         print("gpio2", hal->getGpio2Value());
-     }},
-    {"hal-wait-edge",
-     [] {
-         hal::HwAbstractionLayer* hal = hal::HwAbstractionLayer::getInstance();
-         print("first", hal->waitGpio2FallingEdge(4) ? 1 : 0);
-         print("second", hal->waitGpio2FallingEdge(1) ? 1 : 0);
-     }},
-    {"hal-beeps",
-     [] {
-         hal::HwAbstractionLayer* hal = hal::HwAbstractionLayer::getInstance();
-         mark(7);
-         hal->playLongBeep();
-         mark(8);
-         hal->playShortBeep();
-         mark(9);
-         hal->playDoubleBeep();
-     }},
-    {"melody-zero-duration",
-     [] {
-         melody::Melody device;
-         mark(7);
-         device.melodyPlay(2000, 0);
-     }},
-    {"hal-destroy",
-     [] {
-         auto hal = std::make_unique<hal::HwAbstractionLayerVosta>();
-         hal->setGpio51Value(1);
-         mark(7);
-         hal.reset();
+    {"same",
+     [](hal::HwAbstractionLayer& h, long) {
+         return Result(&h == hal::HwAbstractionLayer::getInstance());
      }},
 };
+
+std::vector<std::string> split(const std::string& step)
+{
+    std::vector<std::string> fields;
+    std::istringstream in(step);
+    for (std::string field; std::getline(in, field, ':');) {
+        fields.push_back(field);
+    }
+    return fields;
+}
+
+long number(const std::vector<std::string>& fields, std::size_t index)
+{
+    return index < fields.size() ? std::stol(fields[index]) : 0;
+}
 
 }  // namespace
 
 int main(int argc, char* argv[])
 {
-    if (argc != 2 || SCENARIOS.count(argv[1]) == 0) {
-        std::cerr << "usage: hal_board_probe SCENARIO" << std::endl;
-        return 2;
+    std::vector<std::unique_ptr<GpioPin>> pins;
+    std::unique_ptr<hal::HwAbstractionLayerVosta> vosta;
+    for (int i = 1; i < argc; ++i) {
+        const std::vector<std::string> f = split(argv[i]);
+        const std::string& verb = f.empty() ? "" : f[0];
+        Result result;
+        if (verb == "pin" && f.size() >= 3) {
+            pins.push_back(std::make_unique<GpioPin>(int(number(f, 1)), f[2] == "out", f.size() > 3));
+        } else if (verb == "mark") {
+            ::usleep(static_cast<useconds_t>(number(f, 1)));
+        } else if (verb == "melody") {
+            melody::Melody device;
+            device.melodyPlay(2000, static_cast<unsigned int>(number(f, 1)));
+        } else if (verb == "vosta") {
+            vosta = std::make_unique<hal::HwAbstractionLayerVosta>();
+        } else if (verb == "drop") {
+            vosta.reset();
+        } else if (verb == "hal" && f.size() >= 2 && HAL_OPERATIONS.count(f[1]) != 0) {
+            hal::HwAbstractionLayer* target = vosta ? vosta.get() : hal::HwAbstractionLayer::getInstance();
+            result = HAL_OPERATIONS.at(f[1])(*target, number(f, 2));
+        } else if (pins.empty()) {
+            std::cerr << "hal_board_probe: unknown step or no pin: " << argv[i] << std::endl;
+            return 2;
+        } else if (verb == "get") {
+            result = pins.back()->getValue();
+        } else if (verb == "set") {
+            pins.back()->setValue(int(number(f, 1)));
+        } else if (verb == "toggle") {
+            pins.back()->toggleValue();
+        } else if (verb == "close") {
+            result = pins.back()->closePin();
+        } else if (verb == "wait") {
+            result = pins.back()->waitForEdge(static_cast<GpioEdge>(number(f, 1)), number(f, 2));
+        } else {
+            std::cerr << "hal_board_probe: unknown step " << argv[i] << std::endl;
+            return 2;
+        }
+        if (result) {
+            std::cout << *result << " " << std::flush;
+        }
     }
-    SCENARIOS.at(argv[1])();
+    while (!pins.empty()) {
+        pins.pop_back();
+    }
     return 0;
 }
