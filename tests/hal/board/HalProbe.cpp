@@ -20,7 +20,7 @@
 
 #include <unistd.h>
 
-#include <functional>
+#include <algorithm>
 #include <iostream>
 #include <map>
 #include <memory>
@@ -31,90 +31,22 @@
 
 namespace {
 
-using Result = std::optional<long long>;
-using Operation = std::function<Result(hal::HwAbstractionLayer&, long)>;
+using Hal = hal::HwAbstractionLayer;
 
-const std::map<std::string, Operation> HAL_OPERATIONS = {
-    {"get2",
-     [](hal::HwAbstractionLayer& h, long) {
-         return Result(h.getGpio2Value());
-     }},
-    {"get48",
-     [](hal::HwAbstractionLayer& h, long) {
-         return Result(h.getGpio48Value());
-     }},
-    {"get49",
-     [](hal::HwAbstractionLayer& h, long) {
-         return Result(h.getGpio49Value());
-     }},
-    {"get51",
-     [](hal::HwAbstractionLayer& h, long) {
-         return Result(h.getGpio51Value());
-     }},
-    {"get143",
-     [](hal::HwAbstractionLayer& h, long) {
-         return Result(h.getGpio143Value());
-     }},
-    {"set48",
-     [](hal::HwAbstractionLayer& h, long v) {
-         return h.setGpio48Value(int(v)), Result();
-     }},
-    {"set49",
-     [](hal::HwAbstractionLayer& h, long v) {
-         return h.setGpio49Value(int(v)), Result();
-     }},
-    {"set51",
-     [](hal::HwAbstractionLayer& h, long v) {
-         return h.setGpio51Value(int(v)), Result();
-     }},
-    {"set143",
-     [](hal::HwAbstractionLayer& h, long v) {
-         return h.setGpio143Value(int(v)), Result();
-     }},
-    {"toggle49",
-     [](hal::HwAbstractionLayer& h, long) {
-         return h.toggleGpio49Value(), Result();
-     }},
-    {"toggle143",
-     [](hal::HwAbstractionLayer& h, long) {
-         return h.toggleGpio143Value(), Result();
-     }},
-    {"wait2",
-     [](hal::HwAbstractionLayer& h, long s) {
-         return Result(h.waitGpio2FallingEdge(s) ? 1 : 0);
-     }},
-    {"long",
-     [](hal::HwAbstractionLayer& h, long) {
-         return h.playLongBeep(), Result();
-     }},
-    {"short",
-     [](hal::HwAbstractionLayer& h, long) {
-         return h.playShortBeep(), Result();
-     }},
-    {"double",
-     [](hal::HwAbstractionLayer& h, long) {
-         return h.playDoubleBeep(), Result();
-     }},
-    {"same",
-     [](hal::HwAbstractionLayer& h, long) {
-         return Result(&h == hal::HwAbstractionLayer::getInstance());
-     }},
-};
-
-std::vector<std::string> split(const std::string& step)
-{
-    std::vector<std::string> fields;
-    std::istringstream in(step);
-    for (std::string field; std::getline(in, field, ':');) {
-        fields.push_back(field);
-    }
-    return fields;
-}
-
-long number(const std::vector<std::string>& fields, std::size_t index)
-{
-    return index < fields.size() ? std::stol(fields[index]) : 0;
-}
+const std::map<std::string, int (Hal::*)()> HAL_GETTERS = {{"get2", &Hal::getGpio2Value},
+                                                           {"get48", &Hal::getGpio48Value},
+                                                           {"get49", &Hal::getGpio49Value},
+                                                           {"get51", &Hal::getGpio51Value},
+                                                           {"get143", &Hal::getGpio143Value}};
+const std::map<std::string, void (Hal::*)(int)> HAL_SETTERS = {{"set48", &Hal::setGpio48Value},
+                                                               {"set49", &Hal::setGpio49Value},
+                                                               {"set51", &Hal::setGpio51Value},
+                                                               {"set143", &Hal::setGpio143Value}};
+const std::map<std::string, void (Hal::*)()> HAL_ACTIONS = {{"toggle49", &Hal::toggleGpio49Value},
+                                                            {"toggle143", &Hal::toggleGpio143Value},
+                                                            {"long", &Hal::playLongBeep},
+                                                            {"short", &Hal::playShortBeep},
+                                                            {"double", &Hal::playDoubleBeep}};
 
 }  // namespace
 
@@ -123,36 +55,57 @@ int main(int argc, char* argv[])
     std::vector<std::unique_ptr<GpioPin>> pins;
     std::unique_ptr<hal::HwAbstractionLayerVosta> vosta;
     for (int i = 1; i < argc; ++i) {
-        const std::vector<std::string> f = split(argv[i]);
-        const std::string& verb = f.empty() ? "" : f[0];
-        Result result;
-        if (verb == "pin" && f.size() >= 3) {
-            pins.push_back(std::make_unique<GpioPin>(int(number(f, 1)), f[2] == "out", f.size() > 3));
-        } else if (verb == "mark") {
-            ::usleep(static_cast<useconds_t>(number(f, 1)));
-        } else if (verb == "melody") {
+        std::string step = argv[i];
+        std::replace(step.begin(), step.end(), ':', ' ');
+        std::istringstream fields(step);
+        std::string verb;
+        std::string name;
+        long number = 0;
+        fields >> verb;
+        std::optional<long long> result;
+        if (verb == "pin" && fields >> number >> name) {
+            pins.push_back(std::make_unique<GpioPin>(int(number), name == "out", bool(fields >> name)));
+        } else if (verb == "mark" && fields >> number) {
+            ::usleep(static_cast<useconds_t>(number));
+        } else if (verb == "melody" && fields >> number) {
             melody::Melody device;
-            device.melodyPlay(2000, static_cast<unsigned int>(number(f, 1)));
+            device.melodyPlay(2000, static_cast<unsigned int>(number));
         } else if (verb == "vosta") {
             vosta = std::make_unique<hal::HwAbstractionLayerVosta>();
         } else if (verb == "drop") {
             vosta.reset();
-        } else if (verb == "hal" && f.size() >= 2 && HAL_OPERATIONS.count(f[1]) != 0) {
-            hal::HwAbstractionLayer* target = vosta ? vosta.get() : hal::HwAbstractionLayer::getInstance();
-            result = HAL_OPERATIONS.at(f[1])(*target, number(f, 2));
+        } else if (verb == "hal" && fields >> name) {
+            fields >> number;
+            Hal& target = vosta ? *vosta : *Hal::getInstance();
+            if (HAL_GETTERS.count(name) != 0) {
+                result = (target.*HAL_GETTERS.at(name))();
+            } else if (HAL_SETTERS.count(name) != 0) {
+                (target.*HAL_SETTERS.at(name))(int(number));
+            } else if (HAL_ACTIONS.count(name) != 0) {
+                (target.*HAL_ACTIONS.at(name))();
+            } else if (name == "wait2") {
+                result = target.waitGpio2FallingEdge(number) ? 1 : 0;
+            } else if (name == "same") {
+                result = &target == Hal::getInstance() ? 1 : 0;
+            } else {
+                std::cerr << "hal_board_probe: unknown HAL operation " << name << std::endl;
+                return 2;
+            }
         } else if (pins.empty()) {
             std::cerr << "hal_board_probe: unknown step or no pin: " << argv[i] << std::endl;
             return 2;
         } else if (verb == "get") {
             result = pins.back()->getValue();
-        } else if (verb == "set") {
-            pins.back()->setValue(int(number(f, 1)));
+        } else if (verb == "set" && fields >> number) {
+            pins.back()->setValue(int(number));
         } else if (verb == "toggle") {
             pins.back()->toggleValue();
         } else if (verb == "close") {
             result = pins.back()->closePin();
-        } else if (verb == "wait") {
-            result = pins.back()->waitForEdge(static_cast<GpioEdge>(number(f, 1)), number(f, 2));
+        } else if (verb == "wait" && fields >> number) {
+            long seconds = 0;
+            fields >> seconds;
+            result = pins.back()->waitForEdge(static_cast<GpioEdge>(number), seconds);
         } else {
             std::cerr << "hal_board_probe: unknown step " << argv[i] << std::endl;
             return 2;
