@@ -14,8 +14,9 @@ namespace {
 // The trace as one line of words, in order:
 //   unexport=49:EINVAL           a GPIO write, its text and its result
 //   gpio49/value                 an attribute file opened by a pin's set-up
-//   gpio2/value#8                the edge wait's own descriptor: its number
-//                                shows whether the previous wait closed it
+//   gpio2/value#new              the edge wait's own descriptor: "again" when
+//                                it has the previous one's number (that one
+//                                was closed), "failed" when the open failed
 //   poll:3000000000:timeout      an edge wait, its time-out and its end
 //   sleep:7                      a sleep of that many microseconds
 //   melody TYPE:01000000d0070000 START_STOP:01 close   the sound device
@@ -24,6 +25,7 @@ namespace {
 std::string story(const RunResult& run)
 {
     std::string words;
+    std::string waitFd;
     for (const QJsonObject& event : run.trace) {
         const auto field = [&](const char* name) {
             return text(event.value(QLatin1String(name)));
@@ -33,7 +35,12 @@ std::string story(const RunResult& run)
         if (ev == "gpio_write") {
             word = field("path") + "=" + field("data") + ":" + field("result");
         } else if (ev == "gpio_open" && field("path") != "export" && field("path") != "unexport") {
-            word = field("path") + (field("flags") == "0" ? "#" + field("fd") : "");
+            word = field("path");
+            if (field("flags") == "0") {
+                const std::string fd = field("fd");
+                word += fd == "-1" ? "#failed" : fd == waitFd ? "#again" : "#new";
+                waitFd = fd;
+            }
         } else if (ev == "gpio_poll") {
             word = "poll:" + field("timeout_ns") + ":" + field("result");
         } else if (ev == "sleep") {
@@ -143,9 +150,9 @@ INSTANTIATE_TEST_SUITE_P(
                  {"--edge", "2:rising@4"},
                  "1 0 1 ",
                  firstUse("2", "1", "in") +
-                     " gpio2/edge gpio2/edge=falling:ok gpio2/value#8 poll:3000000000:timeout gpio2/edge "
-                     "gpio2/edge=both:ok gpio2/value#8 poll:5000000000:edge gpio2/edge gpio2/edge=rising:ok "
-                     "gpio2/value#8 poll:1000000000:timeout unexport=2:ok"},
+                     " gpio2/edge gpio2/edge=falling:ok gpio2/value#new poll:3000000000:timeout gpio2/edge "
+                     "gpio2/edge=both:ok gpio2/value#again poll:5000000000:edge gpio2/edge gpio2/edge=rising:ok "
+                     "gpio2/value#again poll:1000000000:timeout unexport=2:ok"},
         // closePin unexports; the next operation exports again, and then
         // neither it nor the destructor can unexport: that stream is closed.
         Scenario{"CloseThenUseAgain",
@@ -172,14 +179,14 @@ INSTANTIATE_TEST_SUITE_P(
                  {"--edge", "2:rising@2"},
                  "1 0 ",
                  HAL_MADE + " " + firstUse("2", "1", "in") +
-                     " gpio2/edge gpio2/edge=falling:ok gpio2/value#18 poll:4000000000:edge gpio2/edge "
-                     "gpio2/edge=falling:ok gpio2/value#18 poll:1000000000:timeout"},
+                     " gpio2/edge gpio2/edge=falling:ok gpio2/value#new poll:4000000000:edge gpio2/edge "
+                     "gpio2/edge=falling:ok gpio2/value#again poll:1000000000:timeout"},
         Scenario{"FallingEdgeWaitFailsOnALineThatCannotBeExported",
                  {"hal:wait2:4"},
                  {"--fault", "export-refused:2"},
                  "0 ",
                  HAL_MADE + " unexport=2:EINVAL export=2:EBUSY gpio2/value gpio2/active_low gpio2/direction gpio2/edge "
-                            "gpio2/value#-1"},
+                            "gpio2/value#failed"},
         // Each beep opens the device anew and sounds for its time; the double
         // beep pauses 38 ms between its two sounds.
         Scenario{"Beeps",
