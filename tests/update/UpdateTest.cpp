@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <functional>
 
 using namespace boardtest;
@@ -47,15 +48,20 @@ class Update : public ::testing::Test {
 protected:
     void SetUp() override
     {
+        ASSERT_EQ(::mkdir(m_board.path("tmp").c_str(), 0755), 0);
         setArea(m_old);
         writeFile(m_board.path("new.bin"), m_new);
     }
 
-    RunResult update(std::vector<std::string> arguments, const RunSettings& settings = {}) const
+    // Runs merivak-update with its staging folder in the board's "tmp".
+    RunResult update(std::vector<std::string> arguments, RunSettings settings = {}) const
     {
         arguments.insert(arguments.begin(), MERIVAK_UPDATE_BINARY);
+        settings.environment.emplace_back("TMPDIR", m_board.path("tmp"));
         return m_board.run(arguments, settings);
     }
+
+    bool stagingRemoved() const { return std::filesystem::is_empty(m_board.path("tmp")); }
 
     RunResult install(const RunSettings& settings = {}) const
     {
@@ -113,6 +119,7 @@ TEST_P(UpdateFreshness, ProgramsOnlyWhenTheAreaDiffersAndBacksUpFirst)
     EXPECT_EQ(flashCount(run, "programmed_pages"), c.upToDate ? 0 : 512);
     EXPECT_EQ(readFile(m_board.path("backup.bin")), c.upToDate ? Bytes() : before);
     EXPECT_FALSE(fileExists(m_board.path("backup.bin.partial")));
+    EXPECT_TRUE(stagingRemoved());
     const std::vector<std::string> expectedOut =
         c.upToDate ? std::vector<std::string>{"up to date: the flash already holds the image", kWaiting}
                    : std::vector<std::string>{"checked: the flash differs from the image",
@@ -240,6 +247,7 @@ TEST_P(UpdateFault, NeverLeavesTheFlashWithoutAVerifiedFirmware)
     EXPECT_EQ(flashCount(run, "erases") > 0, c.erased);
     EXPECT_EQ(readFile(m_board.path("backup.bin")), c.status == kFailedUntouched ? earlierBackup : m_old);
     EXPECT_FALSE(fileExists(m_board.path(std::string(c.backup) + ".partial"))) << "no half-written copy left";
+    EXPECT_TRUE(stagingRemoved());
     EXPECT_NE(run.err.find(c.err), std::string::npos) << run.err;
     EXPECT_EQ(run.plainOutLines().back(), c.lastOut);
     const std::vector<std::string> out = run.plainOutLines();
