@@ -29,13 +29,9 @@ private:
     bool* m_destroyed;
 };
 
-TEST(InitSingletonT, InstancePointerStartsEmpty)
+TEST(InitSingletonT, PointerStartsEmptyAndDestroyingAnyObjectDropsTheHeldInstance)
 {
     EXPECT_FALSE(Tracked::instance());
-}
-
-TEST(InitSingletonT, DestroyingAnyObjectDropsTheHeldInstance)
-{
     bool heldDestroyed = false;
     Tracked::instance() = std::make_shared<Tracked>(&heldDestroyed);
     {

@@ -10,10 +10,14 @@
 
 #include "E2eSupport.h"
 
+#include "TempFolder.h"
+
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 
 using namespace boardtest;
 namespace fs = std::filesystem;
@@ -40,7 +44,25 @@ std::string whyMenderCannotRun()
     return "";
 }
 
-class Mender : public ::testing::Test {
+// What the area holds; under the flipped-byte fault below the wrong byte
+// also went into the backup, so no image is whole there.
+enum class Image { kOld, kNew, kUnverifiable };
+
+// One pass through the module: an install, under a fault if given ("%"
+// stands for the number of the message that programs the first page), then
+// a commit or rollback if given; what Mender answered and what the area holds
+// after each.
+struct Pass {
+    const char* name;
+    std::string fault;
+    int installStatus;
+    Image installed;
+    const char* then;
+    Image ends;
+    const char* said;  // part of Mender's output
+};
+
+class Mender : public ::testing::TestWithParam<Pass> {
 protected:
     void SetUp() override
     {
@@ -50,15 +72,9 @@ protected:
         }
         m_madeSystemPaths = true;
         fs::create_directories(kMenderData);
-        writeText(kMenderData / "device_type", "device_type=merivak-test\n");
-        writeText(kArtifactInfo, "artifact_name=merivak-test-base\n");
+        std::ofstream(kMenderData / "device_type") << "device_type=merivak-test\n";
+        std::ofstream(kArtifactInfo) << "artifact_name=merivak-test-base\n";
         fs::copy_file(MERIVAK_MENDER_MODULE, kModule);
-
-        m_old = patternBytes(FIRMWARE_AREA, 11);
-        m_new = patternBytes(FIRMWARE_AREA, 12);
-        Bytes flash = m_old;
-        flash.resize(FLASH_CAPACITY, 0xFF);
-        m_board.setFlash(flash);
         writeFile(m_board.path("new.bin"), m_new);
         ASSERT_EQ(shell(std::string(MERIVAK_MENDER_ARTIFACT) + " -n merivak-dsp-new -t merivak-test -o " +
                         m_board.path("new.mender") + " " + m_board.path("new.bin")),
@@ -75,95 +91,77 @@ protected:
         }
     }
 
-    // The command the module runs: merivak-update on this test's board.
-    std::string updateCommand(const std::string& fault = "") const
+    void setArea(Bytes flash) const
     {
-        std::string command = std::string(BOARDSIM_BINARY) + " --quiet --state " + m_board.stateFolder();
-        if (!fault.empty()) {
-            command += " --fault " + fault;
-        }
-        return command + " -- " + MERIVAK_UPDATE_BINARY;
+        flash.resize(FLASH_CAPACITY, 0xFF);
+        m_board.setFlash(flash);
     }
 
-    int mender(const std::string& arguments, const std::string& command) const
-    {
-        return shell("MERIVAK_UPDATE='" + command + "' LOG4CPLUS_FILE_DIR=" + m_board.folder() +
-                     " /usr/bin/mender --no-syslog " + arguments);
-    }
-
-    Bytes area() const
+    void expectArea(Image image) const
     {
         const Bytes flash = m_board.flash();
-        return Bytes(flash.begin(), flash.begin() + FIRMWARE_AREA);
+        if (image != Image::kUnverifiable) {
+            EXPECT_EQ(Bytes(flash.begin(), flash.begin() + FIRMWARE_AREA), image == Image::kNew ? m_new : m_old)
+                << output();
+        }
+    }
+
+    // Runs mender; the module runs merivak-update on this test's board.
+    int mender(const std::string& arguments, const std::string& fault) const
+    {
+        const std::string update = std::string(BOARDSIM_BINARY) + " --quiet --state " + m_board.stateFolder() +
+                                   (fault.empty() ? "" : " --fault " + fault) + " -- " + MERIVAK_UPDATE_BINARY;
+        return shell("MERIVAK_UPDATE='" + update + "' LOG4CPLUS_FILE_DIR=" + m_board.folder() +
+                     " /usr/bin/mender --no-syslog " + arguments);
     }
 
     int shell(const std::string& command) const
     {
-        const std::string logged = command + " >>" + m_board.path("mender.out") + " 2>&1";
-        const int status = std::system(logged.c_str());
+        const int status = std::system((command + " >>" + m_board.path("mender.out") + " 2>&1").c_str());
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
-    std::string output() const
-    {
-        const Bytes text = readFile(m_board.path("mender.out"));
-        return std::string(text.begin(), text.end());
-    }
-
-    static void writeText(const fs::path& path, const std::string& text)
-    {
-        writeFile(path.string(), Bytes(text.begin(), text.end()));
-    }
+    std::string output() const { return testsupport::readText(m_board.path("mender.out")); }
 
     SimulatedBoard m_board;
-    Bytes m_old;
-    Bytes m_new;
+    const Bytes m_old = patternBytes(FIRMWARE_AREA, 11);
+    const Bytes m_new = patternBytes(FIRMWARE_AREA, 12);
     bool m_madeSystemPaths = false;
 };
 
-TEST_F(Mender, InstallWritesTheNewImageAndCommitKeepsIt)
+TEST_P(Mender, EndsWithAVerifiedImageOrSaysSoLoudly)
 {
-    ASSERT_EQ(mender("install " + m_board.path("new.mender"), updateCommand()), 0) << output();
-    EXPECT_EQ(area(), m_new) << output();
-    EXPECT_EQ(mender("commit", updateCommand()), 0) << output();
-    EXPECT_EQ(area(), m_new);
+    const Pass& c = GetParam();
+    std::string fault = c.fault;
+    if (fault.find('%') != std::string::npos) {
+        setArea(m_old);
+        const RunResult clean = m_board.run({MERIVAK_UPDATE_BINARY, "install", "new.bin", "--backup", "backup.bin"});
+        const std::vector<QJsonObject> programs = messagesOfKind(clean, MessageKind::Program);
+        ASSERT_FALSE(programs.empty()) << clean.describe();
+        fault.replace(fault.find('%'), 1, text(programs[0].value(QStringLiteral("index"))));
+    }
+    setArea(m_old);
+    EXPECT_EQ(mender("install " + m_board.path("new.mender"), fault), c.installStatus) << output();
+    expectArea(c.installed);
+    if (*c.then != '\0') {
+        EXPECT_EQ(mender(c.then, ""), 0) << output();
+        expectArea(c.ends);
+    }
+    EXPECT_NE(output().find(c.said), std::string::npos) << output();
 }
 
-TEST_F(Mender, FailedInstallEndsWithTheOldImage)
-{
-    // Where the first page of the new image goes out, in a clean run.
-    SimulatedBoard twin;
-    Bytes flash = m_old;
-    flash.resize(FLASH_CAPACITY, 0xFF);
-    twin.setFlash(flash);
-    writeFile(twin.path("new.bin"), m_new);
-    const RunResult clean = twin.run({MERIVAK_UPDATE_BINARY, "install", "new.bin", "--backup", "backup.bin"});
-    ASSERT_EQ(clean.status, 0) << clean.describe();
-    const std::vector<QJsonObject> programs = messagesOfKind(clean, MessageKind::Program);
-    ASSERT_FALSE(programs.empty());
-    const std::string fault = "msg:" + std::to_string(integer(programs[0].value(QStringLiteral("index")))) + ":EIO";
-
-    EXPECT_EQ(mender("install " + m_board.path("new.mender"), updateCommand(fault)), 1) << output();
-    EXPECT_EQ(area(), m_old) << output();
-    EXPECT_NE(output().find("merivak-update install failed with status 5"), std::string::npos) << output();
-}
-
-// A byte that always reads back wrong: no image can be verified, neither the
-// new one nor the restored one, in the install, the rollback or the failure
-// handling. The module must say so, not report success.
-TEST_F(Mender, FlashThatCannotBeVerifiedIsReportedLoudly)
-{
-    EXPECT_EQ(mender("install " + m_board.path("new.mender"), updateCommand("flip:0x100:0x01")), 1) << output();
-    EXPECT_NE(output().find("THE DSP FLASH HOLDS NO VERIFIED FIRMWARE; THE BOARD NEEDS SERVICE"), std::string::npos)
-        << output();
-}
-
-TEST_F(Mender, RollbackOfAnUncommittedInstallRestoresTheOldImage)
-{
-    ASSERT_EQ(mender("install " + m_board.path("new.mender"), updateCommand()), 0) << output();
-    ASSERT_EQ(area(), m_new);
-    EXPECT_EQ(mender("rollback", updateCommand()), 0) << output();
-    EXPECT_EQ(area(), m_old) << output();
-}
+INSTANTIATE_TEST_SUITE_P(Passes, Mender,
+                         ::testing::Values(Pass{"InstallThenCommit", "", 0, Image::kNew, "commit", Image::kNew, ""},
+                                           Pass{"InstallThenRollback", "", 0, Image::kNew, "rollback", Image::kOld, ""},
+                                           Pass{"FailedInstallKeepsTheOldImage", "msg:%:EIO", 1, Image::kOld, "",
+                                                Image::kOld, "merivak-update install failed with status 5"},
+                                           // A byte that always reads back wrong: no image can be verified,
+                                           // neither the new one nor the restored one, in the install, the
+                                           // rollback or the failure handling. The module must not report
+                                           // success.
+                                           Pass{"FlashThatCannotBeVerified", "flip:0x100:0x01", 1, Image::kUnverifiable,
+                                                "", Image::kUnverifiable,
+                                                "THE DSP FLASH HOLDS NO VERIFIED FIRMWARE; THE BOARD NEEDS SERVICE"}),
+                         [](const ::testing::TestParamInfo<Pass>& param) { return std::string(param.param.name); });
 
 }  // namespace

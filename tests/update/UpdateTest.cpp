@@ -4,17 +4,15 @@
 
 #include "E2eSupport.h"
 
+#include "ChildProcess.h"
 #include "DeviceLock.h"
 
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
-
-#include <signal.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
+#include <filesystem>
 #include <functional>
 
 using namespace boardtest;
@@ -27,15 +25,15 @@ constexpr int kImageRefused = 3;
 constexpr int kFailedUntouched = 4;
 constexpr int kFailedRestored = 5;
 constexpr int kRestoreFailed = 6;
+constexpr int kTerminated = 128 + 15;
 
-const std::string kWaiting = "Waiting till DSP is started...";
-const std::string kUpToDate = "up to date: the flash already holds the image";
-const std::string kRestored = "restored: the previous firmware is back in the flash";
-const std::string kNeedsService = "the board needs service";
+const char* const kWaiting = "Waiting till DSP is started...";
+const char* const kRestored = "restored: the previous firmware is back in the flash";
+const char* const kNeedsService = "the board needs service";
 
-std::int64_t summaryCount(const RunResult& run, const char* group, const char* key)
+std::int64_t flashCount(const RunResult& run, const char* key)
 {
-    return integer(run.summary.value(QLatin1String(group)).toObject().value(QLatin1String(key)));
+    return integer(run.summary.value(QLatin1String("flash")).toObject().value(QLatin1String(key)));
 }
 
 std::size_t dspStartPauses(const RunResult& run)
@@ -46,52 +44,32 @@ std::size_t dspStartPauses(const RunResult& run)
     }));
 }
 
-// SPI message number (the simulator's count) of a read of the page at
-// address in the pass-th read-out of the run (0: the first).
-std::int64_t readMessageIndex(const RunResult& run, std::uint32_t address, int pass)
-{
-    const std::string tx = "03" + hex({static_cast<std::uint8_t>(address >> 16),
-                                       static_cast<std::uint8_t>(address >> 8), static_cast<std::uint8_t>(address)});
-    int seen = 0;
-    for (const QJsonObject& message : messagesOfKind(run, MessageKind::Read)) {
-        if (records(message)[0].tx == tx && seen++ == pass) {
-            return integer(message.value(QStringLiteral("index")));
-        }
-    }
-    return -1;
-}
-
-std::int64_t messageIndex(const RunResult& run, MessageKind kind, std::size_t nth)
-{
-    const std::vector<QJsonObject> messages = messagesOfKind(run, kind);
-    return nth < messages.size() ? integer(messages[nth].value(QStringLiteral("index"))) : -1;
-}
-
 class Update : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        m_old = patternBytes(FIRMWARE_AREA, 1);
-        m_new = patternBytes(FIRMWARE_AREA, 2);
+        ASSERT_EQ(::mkdir(m_board.path("tmp").c_str(), 0755), 0);
         setArea(m_old);
         writeFile(m_board.path("new.bin"), m_new);
     }
 
-    RunResult update(const std::vector<std::string>& arguments, const RunSettings& settings = {}) const
+    // Runs merivak-update with its staging folder in the board's "tmp".
+    RunResult update(std::vector<std::string> arguments, RunSettings settings = {}) const
     {
-        std::vector<std::string> command = {MERIVAK_UPDATE_BINARY};
-        command.insert(command.end(), arguments.begin(), arguments.end());
-        return m_board.run(command, settings);
+        arguments.insert(arguments.begin(), MERIVAK_UPDATE_BINARY);
+        settings.environment.emplace_back("TMPDIR", m_board.path("tmp"));
+        return m_board.run(arguments, settings);
     }
+
+    bool stagingRemoved() const { return std::filesystem::is_empty(m_board.path("tmp")); }
 
     RunResult install(const RunSettings& settings = {}) const
     {
         return update({"install", "new.bin", "--backup", "backup.bin"}, settings);
     }
 
-    void setArea(const Bytes& area) const
+    void setArea(Bytes flash) const
     {
-        Bytes flash = area;
         flash.resize(FLASH_CAPACITY, 0xFF);
         m_board.setFlash(flash);
     }
@@ -103,48 +81,33 @@ protected:
     }
 
     SimulatedBoard m_board;
-    Bytes m_old;
-    Bytes m_new;
+    const Bytes m_old = patternBytes(FIRMWARE_AREA, 1);
+    const Bytes m_new = patternBytes(FIRMWARE_AREA, 2);
 };
 
-TEST_F(Update, NewImageIsProgrammedVerifiedAndTheOldOneBackedUpFirst)
-{
-    const RunResult run = install();
-    ASSERT_EQ(run.status, 0) << run.describe();
-    EXPECT_EQ(area(), m_new);
-    EXPECT_EQ(readFile(m_board.path("backup.bin")), m_old);
-    EXPECT_EQ(run.plainOutLines(),
-              (std::vector<std::string>{"checked: the flash differs from the image", "backup saved: backup.bin",
-                                        "erased", "programmed", "verified", kWaiting}));
-    EXPECT_EQ(dspStartPauses(run), 1U) << "one DSP start pause, at the end";
-    EXPECT_EQ(summaryCount(run, "flash", "erases"), 1);
-    EXPECT_EQ(run.violationsTotal(), 0);
-    EXPECT_FALSE(fileExists(m_board.path("backup.bin.partial")));
-    const std::vector<std::string> steps = run.logRecords("INFO", "verified");
-    EXPECT_EQ(steps.size(), 1U) << "progress goes to the log too";
-    expectDspHeldOffDuringTransfersAndReleased(run);
-}
-
-// What the flash holds before, the image, and whether an erase is needed.
+// What the flash holds before (the image's bytes, then the rest of the old
+// firmware or erased bytes), and whether that is already what a write of the
+// image leaves. A short image whose bytes match the start of an older, longer
+// firmware still needs the update.
 struct Freshness {
     const char* name;
     std::size_t imageSize;
+    bool imageInPlace;
     bool restOfAreaErased;
     bool upToDate;
 };
 
 class UpdateFreshness : public Update, public ::testing::WithParamInterface<Freshness> {};
 
-// "Up to date" means the whole firmware area is what a write of the image
-// leaves: the image, then erased bytes. A short image whose bytes match the
-// start of an older, longer firmware still needs the update.
-TEST_P(UpdateFreshness, EraseOnlyWhenTheAreaDiffersFromTheWrittenImage)
+TEST_P(UpdateFreshness, ProgramsOnlyWhenTheAreaDiffersAndBacksUpFirst)
 {
     const Freshness& c = GetParam();
     const Bytes image(m_new.begin(), m_new.begin() + static_cast<std::ptrdiff_t>(c.imageSize));
     writeFile(m_board.path("new.bin"), image);
     Bytes before = c.restOfAreaErased ? Bytes(FIRMWARE_AREA, 0xFF) : m_old;
-    std::copy(image.begin(), image.end(), before.begin());
+    if (c.imageInPlace) {
+        std::copy(image.begin(), image.end(), before.begin());
+    }
     setArea(before);
 
     const RunResult run = install();
@@ -152,18 +115,31 @@ TEST_P(UpdateFreshness, EraseOnlyWhenTheAreaDiffersFromTheWrittenImage)
     Bytes expected(FIRMWARE_AREA, 0xFF);
     std::copy(image.begin(), image.end(), expected.begin());
     EXPECT_EQ(area(), expected);
-    EXPECT_EQ(summaryCount(run, "flash", "erases"), c.upToDate ? 0 : 1);
-    EXPECT_EQ(summaryCount(run, "flash", "programmed_pages"), c.upToDate ? 0 : 512);
-    EXPECT_EQ(fileExists(m_board.path("backup.bin")), !c.upToDate);
-    if (c.upToDate) {
-        EXPECT_EQ(run.plainOutLines(), (std::vector<std::string>{kUpToDate, kWaiting}));
-    }
+    EXPECT_EQ(flashCount(run, "erases"), c.upToDate ? 0 : 1);
+    EXPECT_EQ(flashCount(run, "programmed_pages"), c.upToDate ? 0 : 512);
+    EXPECT_EQ(readFile(m_board.path("backup.bin")), c.upToDate ? Bytes() : before);
+    EXPECT_FALSE(fileExists(m_board.path("backup.bin.partial")));
+    EXPECT_TRUE(stagingRemoved());
+    const std::vector<std::string> expectedOut =
+        c.upToDate ? std::vector<std::string>{"up to date: the flash already holds the image", kWaiting}
+                   : std::vector<std::string>{"checked: the flash differs from the image",
+                                              "backup saved: backup.bin",
+                                              "erased",
+                                              "programmed",
+                                              "verified",
+                                              kWaiting};
+    EXPECT_EQ(run.plainOutLines(), expectedOut);
+    EXPECT_EQ(run.logRecords("INFO", "verified").size(), c.upToDate ? 0U : 1U) << "progress goes to the log too";
+    EXPECT_EQ(dspStartPauses(run), 1U) << "one DSP start pause, at the end";
+    EXPECT_EQ(run.violationsTotal(), 0);
+    expectDspHeldOffDuringTransfersAndReleased(run);
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, UpdateFreshness,
-                         ::testing::Values(Freshness{"WholeAreaInPlace", FIRMWARE_AREA, true, true},
-                                           Freshness{"ShortImageInPlace", 1000, true, true},
-                                           Freshness{"ShortImageOverLongerFirmware", 1000, false, false}),
+                         ::testing::Values(Freshness{"OtherFirmware", FIRMWARE_AREA, false, false, false},
+                                           Freshness{"WholeAreaInPlace", FIRMWARE_AREA, true, true, true},
+                                           Freshness{"ShortImageInPlace", 1000, true, true, true},
+                                           Freshness{"ShortImageOverLongerFirmware", 1000, true, false, false}),
                          [](const ::testing::TestParamInfo<Freshness>& param) { return param.param.name; });
 
 // A file that cannot be an image, and the reason given for it.
@@ -171,34 +147,31 @@ struct Refusal {
     const char* name;
     std::function<void(const std::string& path)> make;
     const char* reason;
-    bool asOtherUser;
 };
 
 class UpdateRefusal : public Update, public ::testing::WithParamInterface<Refusal> {};
 
-TEST_P(UpdateRefusal, BeforeAnythingTouchesTheHardware)
+TEST_P(UpdateRefusal, ComesBeforeAnythingTouchesTheHardware)
 {
     const Refusal& c = GetParam();
     const std::string image = m_board.path("image");
     c.make(image);
     writeFile(m_board.path("backup.bin"), {7, 7, 7});
-    const std::vector<std::string> command = {"install", image, "--backup", "backup.bin"};
     const std::string expectedError = "merivak-update: refused image " + image + ": " + c.reason + "\n";
-    if (c.asOtherUser && ::geteuid() == 0) {
-        // Root reads any file, so the program runs as nobody, in a folder
-        // nobody may enter; the simulator's run block is root's, so it runs
-        // without the board: the refusal comes before any hardware access.
+    if (::geteuid() == 0 && std::string(c.name) == "Unreadable") {
+        // Root reads any file, so the program runs as nobody; the
+        // simulator's run folder is root's, so it runs without the board:
+        // the refusal comes before any hardware access.
         ASSERT_EQ(::chmod(m_board.folder().c_str(), 0755), 0);
-        const std::string err = m_board.path("nobody.err");
-        const int status = std::system(("/usr/bin/setpriv --reuid=65534 --regid=65534 --clear-groups " +
-                                        std::string(MERIVAK_UPDATE_BINARY) + " install " + image + " --backup " +
-                                        m_board.path("backup.bin") + " 2>" + err)
-                                           .c_str());
-        EXPECT_EQ(WEXITSTATUS(status), kImageRefused);
-        const Bytes text = readFile(err);
-        EXPECT_EQ(std::string(text.begin(), text.end()), expectedError);
+        testsupport::ProcessRequest request;
+        request.argv = {"/usr/bin/setpriv",        "--reuid=65534", "--regid=65534", "--clear-groups",
+                        MERIVAK_UPDATE_BINARY,     "install",       image,           "--backup",
+                        m_board.path("backup.bin")};
+        const testsupport::ProcessResult run = testsupport::runProcess(request);
+        EXPECT_EQ(run.status(), kImageRefused) << run.describe();
+        EXPECT_EQ(run.err, expectedError);
     } else {
-        const RunResult run = update(command);
+        const RunResult run = update({"install", image, "--backup", "backup.bin"});
         EXPECT_EQ(run.status, kImageRefused) << run.describe();
         EXPECT_EQ(run.err, expectedError);
         expectHardwareUntouched(run);
@@ -209,147 +182,123 @@ TEST_P(UpdateRefusal, BeforeAnythingTouchesTheHardware)
 
 INSTANTIATE_TEST_SUITE_P(
     Files, UpdateRefusal,
-    ::testing::Values(Refusal{"Directory", [](const std::string& p) { ASSERT_EQ(::mkdir(p.c_str(), 0755), 0); },
-                              "is not a regular file", false},
-                      Refusal{"Fifo", [](const std::string& p) { ASSERT_EQ(::mkfifo(p.c_str(), 0644), 0); },
-                              "is not a regular file", false},
-                      Refusal{"Empty", [](const std::string& p) { writeFile(p, {}); }, "is empty", false},
-                      Refusal{"OneByteTooLarge",
-                              [](const std::string& p) { writeFile(p, Bytes(FIRMWARE_AREA + 1, 0)); },
-                              "is larger than the 131072-byte DSP flash area", false},
-                      Refusal{"DanglingSymlink",
-                              [](const std::string& p) { ASSERT_EQ(::symlink("gone.bin", p.c_str()), 0); },
-                              "cannot be opened: No such file or directory", false},
-                      Refusal{"Unreadable",
-                              [](const std::string& p) {
-                                  writeFile(p, Bytes(16, 1));
-                                  ASSERT_EQ(::chmod(p.c_str(), 0), 0);
-                              },
-                              "cannot be opened: Permission denied", true}),
+    ::testing::Values(
+        Refusal{"Directory", [](const std::string& p) { ASSERT_EQ(::mkdir(p.c_str(), 0755), 0); },
+                "is not a regular file"},
+        Refusal{"Fifo", [](const std::string& p) { ASSERT_EQ(::mkfifo(p.c_str(), 0644), 0); }, "is not a regular file"},
+        Refusal{"Empty", [](const std::string& p) { writeFile(p, {}); }, "is empty"},
+        Refusal{"OneByteTooLarge", [](const std::string& p) { writeFile(p, Bytes(FIRMWARE_AREA + 1, 0)); },
+                "is larger than the 131072-byte DSP flash area"},
+        Refusal{"DanglingSymlink", [](const std::string& p) { ASSERT_EQ(::symlink("gone.bin", p.c_str()), 0); },
+                "cannot be opened: No such file or directory"},
+        Refusal{"Unreadable",
+                [](const std::string& p) {
+                    writeFile(p, Bytes(16, 1));
+                    ASSERT_EQ(::chmod(p.c_str(), 0), 0);
+                },
+                "cannot be opened: Permission denied"}),
     [](const ::testing::TestParamInfo<Refusal>& param) { return param.param.name; });
 
-// A fault on the way to the new image, found in a clean run's trace.
-struct Failure {
+// A fault or a termination signal at one flash message of a clean run (the
+// nth message of a kind; the read-outs are, in order, the check, the backup,
+// its check and the verify, one message per page), or a backup that cannot
+// be written.
+enum class Ends { kOld, kNew, kErased };
+
+struct Fault {
     const char* name;
-    std::function<std::string(const RunResult& clean)> fault;
-};
-
-class UpdateFailure : public Update, public ::testing::WithParamInterface<Failure> {};
-
-TEST_P(UpdateFailure, RestoresThePreviousFirmwareByteForByte)
-{
-    const RunResult clean = install();
-    ASSERT_EQ(clean.status, 0) << clean.describe();
-    setArea(m_old);
-    std::remove(m_board.path("backup.bin").c_str());
-
-    const RunResult run = install({{"--fault", GetParam().fault(clean)}, {}});
-    EXPECT_EQ(run.status, kFailedRestored) << run.describe();
-    EXPECT_EQ(area(), m_old);
-    EXPECT_EQ(readFile(m_board.path("backup.bin")), m_old);
-    const std::vector<std::string> out = run.plainOutLines();
-    ASSERT_GE(out.size(), 2U);
-    EXPECT_EQ(std::vector<std::string>(out.end() - 2, out.end()), (std::vector<std::string>{kRestored, kWaiting}));
-    EXPECT_EQ(dspStartPauses(run), 1U);
-    EXPECT_NE(run.err.find("merivak-update: "), std::string::npos);
-    EXPECT_EQ(run.err.find(kNeedsService), std::string::npos);
-    EXPECT_FALSE(run.logRecords("ERROR").empty()) << "the failure is logged";
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Faults, UpdateFailure,
-    ::testing::Values(Failure{"Erase",
-                              [](const RunResult& r) {
-                                  return "msg:" + std::to_string(messageIndex(r, MessageKind::Erase, 0)) + ":EIO";
-                              }},
-                      Failure{"FirstPage",
-                              [](const RunResult& r) {
-                                  return "msg:" + std::to_string(messageIndex(r, MessageKind::Program, 0)) + ":EIO";
-                              }},
-                      Failure{"MiddlePage",
-                              [](const RunResult& r) {
-                                  return "msg:" + std::to_string(messageIndex(r, MessageKind::Program, 255)) +
-                                         ":ETIMEDOUT";
-                              }},
-                      Failure{"LastPage",
-                              [](const RunResult& r) {
-                                  return "msg:" + std::to_string(messageIndex(r, MessageKind::Program, 511)) + ":EIO";
-                              }},
-                      // The fourth read-out of the run is the verify of the new image.
-                      Failure{"VerifyBitFlip",
-                              [](const RunResult& r) {
-                                  return "flip:0x8123:0x10:" + std::to_string(readMessageIndex(r, 0x8100, 3));
-                              }}),
-    [](const ::testing::TestParamInfo<Failure>& param) { return param.param.name; });
-
-TEST_F(Update, FailedRestoreSaysTheBoardNeedsService)
-{
-    const RunResult clean = install();
-    setArea(m_old);
-    // Every message from the first page programmed on fails: the update and
-    // the restore after it.
-    const RunResult run =
-        install({{"--fault", "msg:" + std::to_string(messageIndex(clean, MessageKind::Program, 0)) + "+:EIO"}, {}});
-    EXPECT_EQ(run.status, kRestoreFailed) << run.describe();
-    EXPECT_NE(run.err.find(kNeedsService), std::string::npos) << run.err;
-    const std::vector<std::string> errors = run.logRecords("ERROR", "restoring the previous firmware failed");
-    ASSERT_EQ(errors.size(), 1U) << run.log;
-    EXPECT_NE(errors[0].find(kNeedsService), std::string::npos);
-    EXPECT_EQ(dspStartPauses(run), 0U);
-    EXPECT_EQ(readFile(m_board.path("backup.bin")), m_old) << "the backup survives for a later restore";
-}
-
-// A failure before the erase, and where the backup was asked to go.
-struct EarlyFailure {
-    const char* name;
-    std::function<std::string(const RunResult& clean)> fault;
+    const char* option;  // "--fault" or "--signal"; "" for none
+    const char* spec;    // "%" stands for the message's number
+    MessageKind kind;
+    std::size_t nth;
     const char* backup;
+    int status;
+    bool erased;
+    Ends ends;
+    const char* err;  // part of standard error
+    const char* lastOut;
 };
 
-class UpdateEarlyFailure : public Update, public ::testing::WithParamInterface<EarlyFailure> {};
+constexpr std::size_t kPages = FIRMWARE_AREA / 256;
 
-TEST_P(UpdateEarlyFailure, LeavesTheFlashAndAnEarlierBackupAsTheyWere)
+class UpdateFault : public Update, public ::testing::WithParamInterface<Fault> {};
+
+TEST_P(UpdateFault, NeverLeavesTheFlashWithoutAVerifiedFirmware)
 {
-    const EarlyFailure& c = GetParam();
-    const RunResult clean = install();
-    setArea(m_old);
+    const Fault& c = GetParam();
+    RunSettings settings;
+    if (*c.option != '\0') {
+        const RunResult clean = install();
+        ASSERT_EQ(clean.status, 0) << clean.describe();
+        const std::vector<QJsonObject> messages = messagesOfKind(clean, c.kind);
+        ASSERT_LT(c.nth, messages.size());
+        std::string spec = c.spec;
+        spec.replace(spec.find('%'), 1, text(messages[c.nth].value(QStringLiteral("index"))));
+        settings.simulatorOptions = {c.option, spec};
+        setArea(m_old);
+    }
     const Bytes earlierBackup = patternBytes(FIRMWARE_AREA, 3);
     writeFile(m_board.path("backup.bin"), earlierBackup);
     ::mkdir(m_board.path("folder").c_str(), 0755);
 
-    RunSettings settings;
-    const std::string fault = c.fault(clean);
-    if (!fault.empty()) {
-        settings.simulatorOptions = {"--fault", fault};
-    }
     const RunResult run = update({"install", "new.bin", "--backup", c.backup}, settings);
-    EXPECT_EQ(run.status, kFailedUntouched) << run.describe();
-    EXPECT_EQ(area(), m_old);
-    EXPECT_EQ(summaryCount(run, "flash", "erases"), 0);
-    EXPECT_EQ(summaryCount(run, "flash", "programmed_pages"), 0);
-    EXPECT_EQ(readFile(m_board.path("backup.bin")), earlierBackup) << "never truncated";
+    EXPECT_EQ(run.status, c.status) << run.describe();
+    EXPECT_EQ(area(), c.ends == Ends::kNew ? m_new : c.ends == Ends::kOld ? m_old : Bytes(FIRMWARE_AREA, 0xFF));
+    EXPECT_EQ(flashCount(run, "erases") > 0, c.erased);
+    EXPECT_EQ(readFile(m_board.path("backup.bin")), c.status == kFailedUntouched ? earlierBackup : m_old);
     EXPECT_FALSE(fileExists(m_board.path(std::string(c.backup) + ".partial"))) << "no half-written copy left";
-    EXPECT_EQ(dspStartPauses(run), 0U);
+    EXPECT_TRUE(stagingRemoved());
+    EXPECT_NE(run.err.find(c.err), std::string::npos) << run.err;
+    EXPECT_EQ(run.plainOutLines().back(), c.lastOut);
+    const std::vector<std::string> out = run.plainOutLines();
+    EXPECT_EQ(std::count(out.begin(), out.end(), kRestored), c.status == kFailedRestored ? 1 : 0);
+    // The DSP is started only from a verified firmware that was not
+    // interrupted.
+    EXPECT_EQ(dspStartPauses(run), c.status == kFailedRestored ? 1U : 0U);
+    EXPECT_EQ(run.err.find(kNeedsService) != std::string::npos, c.status == kRestoreFailed);
+    const std::vector<std::string> errors = run.logRecords("ERROR");
+    EXPECT_FALSE(errors.empty()) << "the failure is logged";
+    EXPECT_EQ(std::count_if(errors.begin(), errors.end(),
+                            [](const std::string& e) { return e.find(kNeedsService) != std::string::npos; }),
+              c.status == kRestoreFailed ? 1 : 0)
+        << run.log;
 }
 
-INSTANTIATE_TEST_SUITE_P(Faults, UpdateEarlyFailure,
-                         ::testing::Values(
-                             // The second read-out is the backup's, the third its check.
-                             EarlyFailure{"ReadOutFails",
-                                          [](const RunResult& r) {
-                                              return "msg:" + std::to_string(readMessageIndex(r, 0x4000, 1)) + ":EIO";
-                                          },
-                                          "backup.bin"},
-                             EarlyFailure{"ReadOutDiffersFromTheFlash",
-                                          [](const RunResult& r) {
-                                              return "flip:0x4001:0x01:" +
-                                                     std::to_string(readMessageIndex(r, 0x4000, 1));
-                                          },
-                                          "backup.bin"},
-                             EarlyFailure{"BackupFolderMissing", [](const RunResult&) { return std::string(); },
-                                          "missing/backup.bin"},
-                             EarlyFailure{"BackupIsAFolder", [](const RunResult&) { return std::string(); }, "folder"}),
-                         [](const ::testing::TestParamInfo<EarlyFailure>& param) { return param.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    Positions, UpdateFault,
+    ::testing::Values(
+        Fault{"EraseFails", "--fault", "msg:%:EIO", MessageKind::Erase, 0, "backup.bin", kFailedRestored, true,
+              Ends::kOld, "merivak-update: ", kWaiting},
+        Fault{"FirstPageFails", "--fault", "msg:%:EIO", MessageKind::Program, 0, "backup.bin", kFailedRestored, true,
+              Ends::kOld, "merivak-update: ", kWaiting},
+        Fault{"MiddlePageTimesOut", "--fault", "msg:%:ETIMEDOUT", MessageKind::Program, kPages / 2 - 1, "backup.bin",
+              kFailedRestored, true, Ends::kOld, "merivak-update: ", kWaiting},
+        Fault{"LastPageFails", "--fault", "msg:%:EIO", MessageKind::Program, kPages - 1, "backup.bin", kFailedRestored,
+              true, Ends::kOld, "merivak-update: ", kWaiting},
+        Fault{"VerifyReadsAFlippedBit", "--fault", "flip:0x8123:0x10:%", MessageKind::Read, 3 * kPages + 0x81,
+              "backup.bin", kFailedRestored, true, Ends::kOld, "merivak-update: ", kWaiting},
+        // Every message from the first page on fails: the update and the
+        // restore after it.
+        Fault{"RestoreFailsToo", "--fault", "msg:%+:EIO", MessageKind::Program, 0, "backup.bin", kRestoreFailed, true,
+              Ends::kErased, "the board needs service", "erased"},
+        Fault{"BackupReadOutFails", "--fault", "msg:%:EIO", MessageKind::Read, kPages + 0x40, "backup.bin",
+              kFailedUntouched, false, Ends::kOld, "merivak-update: ", "checked: the flash differs from the image"},
+        Fault{"BackupReadOutDiffersFromTheFlash", "--fault", "flip:0x4001:0x01:%", MessageKind::Read, kPages + 0x40,
+              "backup.bin", kFailedUntouched, false, Ends::kOld,
+              "merivak-update: ", "checked: the flash differs from the image"},
+        Fault{"BackupFolderMissing", "", "", MessageKind::Other, 0, "missing/backup.bin", kFailedUntouched, false,
+              Ends::kOld, "merivak-update: ", "checked: the flash differs from the image"},
+        Fault{"BackupIsAFolder", "", "", MessageKind::Other, 0, "folder", kFailedUntouched, false, Ends::kOld,
+              "merivak-update: ", "checked: the flash differs from the image"},
+        // Before the erase the program stops with the flash untouched; from
+        // the erase on it runs to a verified image first.
+        Fault{"TerminatedDuringTheBackupReadOut", "--signal", "TERM@msg:%", MessageKind::Read, kPages + 0x80,
+              "backup.bin", kTerminated, false, Ends::kOld, "interrupted by SIGTERM", "backup saved: backup.bin"},
+        Fault{"TerminatedAtTheErase", "--signal", "TERM@msg:%", MessageKind::Erase, 0, "backup.bin", kTerminated, true,
+              Ends::kNew, "interrupted by SIGTERM", "verified"},
+        Fault{"TerminatedAtTheMiddlePage", "--signal", "TERM@msg:%", MessageKind::Program, kPages / 2 - 1, "backup.bin",
+              kTerminated, true, Ends::kNew, "interrupted by SIGTERM", "verified"}),
+    [](const ::testing::TestParamInfo<Fault>& param) { return param.param.name; });
 
 TEST_F(Update, RestoreWritesTheBackupBack)
 {
@@ -361,46 +310,6 @@ TEST_F(Update, RestoreWritesTheBackupBack)
     EXPECT_EQ(run.plainOutLines(), (std::vector<std::string>{"erased", "programmed", "verified",
                                                              "restored: the flash holds the backup", kWaiting}));
 }
-
-// Where a termination signal arrives, and whether the update still ends
-// with the new image.
-struct Interruption {
-    const char* name;
-    std::function<std::int64_t(const RunResult& clean)> message;
-    bool finishes;
-};
-
-class UpdateInterruption : public Update, public ::testing::WithParamInterface<Interruption> {};
-
-// Before the erase the program stops with the flash untouched; from the erase
-// on it runs to a verified image first. Either way it exits 128 + signal,
-// without the DSP start pause.
-TEST_P(UpdateInterruption, NeverLeavesTheFlashErasedOrHalfProgrammed)
-{
-    const Interruption& c = GetParam();
-    const RunResult clean = install();
-    ASSERT_EQ(clean.status, 0) << clean.describe();
-    setArea(m_old);
-    std::remove(m_board.path("backup.bin").c_str());
-
-    const RunResult run = install({{"--signal", "TERM@msg:" + std::to_string(c.message(clean))}, {}});
-    EXPECT_EQ(run.status, 128 + SIGTERM) << run.describe();
-    EXPECT_EQ(area(), c.finishes ? m_new : m_old);
-    EXPECT_EQ(summaryCount(run, "flash", "erases"), c.finishes ? 1 : 0);
-    EXPECT_EQ(run.plainOutLines().back(), c.finishes ? "verified" : "backup saved: backup.bin");
-    EXPECT_EQ(dspStartPauses(run), 0U);
-    EXPECT_NE(run.err.find("interrupted by SIGTERM"), std::string::npos) << run.err;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Signals, UpdateInterruption,
-    ::testing::Values(
-        Interruption{"DuringTheBackupReadOut", [](const RunResult& r) { return readMessageIndex(r, 0x8000, 1); },
-                     false},
-        Interruption{"AtTheErase", [](const RunResult& r) { return messageIndex(r, MessageKind::Erase, 0); }, true},
-        Interruption{"AtTheMiddlePage", [](const RunResult& r) { return messageIndex(r, MessageKind::Program, 255); },
-                     true}),
-    [](const ::testing::TestParamInfo<Interruption>& param) { return param.param.name; });
 
 TEST_F(Update, SecondRunOnTheSameFlashIsRefusedUntouched)
 {

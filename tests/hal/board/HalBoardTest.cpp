@@ -1,415 +1,219 @@
 // SPDX-License-Identifier: MIT
 // The GPIO pin, the melody device and the HAL operations that the tool never
-// calls, run by hal_board_probe on the simulated board and checked through
-// the simulator's trace.
+// calls, run step by step by hal_board_probe on the simulated board and
+// checked through what the steps returned and the simulator's trace.
 
 #include "SimulatedBoard.h"
 
 #include <gtest/gtest.h>
 
-#include <QJsonArray>
-
-#include <algorithm>
-#include <sstream>
-
 using namespace boardtest;
 
 namespace {
 
-class HalOnBoard : public ::testing::Test {
-protected:
-    RunResult probe(const std::string& scenario, const RunSettings& settings = {}) const
-    {
-        RunResult run = m_board.run({HAL_PROBE_BINARY, scenario}, settings);
-        EXPECT_EQ(run.status, 0) << run.describe();
-        return run;
-    }
-
-    // The value the probe printed for key, "" if none.
-    static std::string printed(const RunResult& run, const std::string& key)
-    {
-        std::istringstream lines(run.out);
-        std::string line;
-        while (std::getline(lines, line)) {
-            if (line.rfind(key + "=", 0) == 0) {
-                return line.substr(key.size() + 1);
+// The trace as one line of words, in order:
+//   unexport=49:EINVAL           a GPIO write, its text and its result
+//   gpio49/value                 an attribute file opened by a pin's set-up
+//   gpio2/value#new              the edge wait's own descriptor: "again" when
+//                                it has the previous one's number (that one
+//                                was closed), "failed" when the open failed
+//   poll:3000000000:timeout      an edge wait, its time-out and its end
+//   sleep:7                      a sleep of that many microseconds
+//   melody TYPE:01000000d0070000 START_STOP:01 close   the sound device
+//   spi spi-close                the SPI device opened and closed
+// The export and unexport files every pin opens when it is made are left out.
+std::string story(const RunResult& run)
+{
+    std::string words;
+    std::string waitFd;
+    for (const QJsonObject& event : run.trace) {
+        const auto field = [&](const char* name) {
+            return text(event.value(QLatin1String(name)));
+        };
+        const std::string ev = field("ev");
+        std::string word;
+        if (ev == "gpio_write") {
+            word = field("path") + "=" + field("data") + ":" + field("result");
+        } else if (ev == "gpio_open" && field("path") != "export" && field("path") != "unexport") {
+            word = field("path");
+            if (field("flags") == "0") {
+                const std::string fd = field("fd");
+                word += fd == "-1" ? "#failed" : fd == waitFd ? "#again" : "#new";
+                waitFd = fd;
             }
+        } else if (ev == "gpio_poll") {
+            word = "poll:" + field("timeout_ns") + ":" + field("result");
+        } else if (ev == "sleep") {
+            word = "sleep:" + field("us");
+        } else if (ev == "melody_open" || ev == "spi_open") {
+            word = ev == "spi_open" ? "spi" : "melody";
+        } else if (ev == "melody_ioctl") {
+            word = field("req") + ":" + field("bytes");
+        } else if (ev == "melody_close" || ev == "spi_close") {
+            word = ev == "spi_close" ? "spi-close" : "close";
         }
-        return "";
-    }
-
-    // "path=data:result" of every gpio_write from trace index `from` on (up
-    // to `to`, exclusive, if given).
-    static std::vector<std::string> writes(const RunResult& run, std::size_t from = 0,
-                                           std::size_t to = static_cast<std::size_t>(-1))
-    {
-        std::vector<std::string> found;
-        for (std::size_t i = from; i < run.trace.size() && i < to; ++i) {
-            const QJsonObject& event = run.trace[i];
-            if (text(event.value(QStringLiteral("ev"))) == "gpio_write") {
-                found.push_back(text(event.value(QStringLiteral("path"))) + "=" +
-                                text(event.value(QStringLiteral("data"))) + ":" +
-                                text(event.value(QStringLiteral("result"))));
-            }
+        if (!word.empty()) {
+            words += (words.empty() ? "" : " ") + word;
         }
-        return found;
     }
+    return words;
+}
 
-    // Trace index of the probe's marker sleep of `us` microseconds.
-    static std::size_t marker(const RunResult& run, std::int64_t us)
-    {
-        for (std::size_t i = 0; i < run.trace.size(); ++i) {
-            const QJsonObject& event = run.trace[i];
-            if (text(event.value(QStringLiteral("ev"))) == "sleep" &&
-                integer(event.value(QStringLiteral("us"))) == us) {
-                return i;
-            }
-        }
-        ADD_FAILURE() << "marker " << us << " missing";
-        return run.trace.size();
-    }
+// The words of a pin's first use: the line is released, exported, its value,
+// active_low and direction files opened in this order, then configured.
+std::string firstUse(const std::string& line, const char* activeLow, const char* direction)
+{
+    const std::string dir = "gpio" + line + "/";
+    return "unexport=" + line + ":EINVAL export=" + line + ":ok " + dir + "value " + dir + "active_low " + dir +
+           "direction " + dir + "active_low=" + activeLow + ":ok " + dir + "direction=" + direction + ":ok";
+}
 
-    static std::vector<std::string> opened(const RunResult& run, std::size_t from = 0)
-    {
-        std::vector<std::string> found;
-        for (std::size_t i = from; i < run.trace.size(); ++i) {
-            const QJsonObject& event = run.trace[i];
-            const std::string path = text(event.value(QStringLiteral("path")));
-            // The export and unexport files are opened by every pin's constructor.
-            if (text(event.value(QStringLiteral("ev"))) == "gpio_open" && path != "export" && path != "unexport") {
-                found.push_back(path);
-            }
-        }
-        return found;
-    }
+// The melody device's cycle, with the sleep between START and STOP if any.
+std::string cycle(const std::string& sleep = "")
+{
+    return "melody TYPE:01000000d0070000 START_STOP:01 " + (sleep.empty() ? "" : "sleep:" + sleep + " ") +
+           "START_STOP:00 close";
+}
 
-    SimulatedBoard m_board;
+// The HAL instance's construction: the SPI device, then one silent cycle.
+const std::string HAL_MADE = "spi " + cycle();
+
+struct Scenario {
+    const char* name;
+    std::vector<std::string> steps;
+    std::vector<std::string> simulatorOptions;
+    std::string printed;
+    std::string story;
+    std::size_t errorRecords = 0;  // in the log
 };
 
-// ---- GpioPin: first use -------------------------------------------------------
+class HalOnBoard : public ::testing::TestWithParam<Scenario> {};
 
-TEST_F(HalOnBoard, FirstUseOfAnOutputReleasesExportsAndConfiguresInOrder)
+TEST_P(HalOnBoard, StepsReturnAndSendWhatTheyShould)
 {
-    const std::vector<std::string> setUp = {"unexport=49:EINVAL", "export=49:ok", "gpio49/active_low=0:ok",
-                                            "gpio49/direction=out:ok"};
-    {
-        const RunResult run = probe("first-use-get");
-        std::vector<std::string> expected = setUp;
-        expected.push_back("unexport=49:ok");  // the destructor
-        EXPECT_EQ(writes(run), expected);
-        EXPECT_EQ(printed(run, "value"), "0");
-        // Value, active_low and direction are opened in this order.
-        EXPECT_EQ(opened(run), (std::vector<std::string>{"gpio49/value", "gpio49/active_low", "gpio49/direction"}));
-    }
-    SimulatedBoard fresh;
-    {
-        const RunResult run = fresh.run({HAL_PROBE_BINARY, "first-use-set"});
-        std::vector<std::string> expected = setUp;
-        expected.push_back("gpio49/value=1:ok");  // exactly one byte, no newline
-        expected.push_back("unexport=49:ok");     // the destructor
-        EXPECT_EQ(writes(run), expected);
-    }
-}
-
-TEST_F(HalOnBoard, FirstUseOfAnActiveLowInputConfiguresItAsSuch)
-{
-    const RunResult run = probe("first-use-wait");
-    const std::vector<std::string> all = writes(run);
-    ASSERT_GE(all.size(), 4U);
-    EXPECT_EQ(std::vector<std::string>(all.begin(), all.begin() + 4),
-              (std::vector<std::string>{"unexport=2:EINVAL", "export=2:ok", "gpio2/active_low=1:ok",
-                                        "gpio2/direction=in:ok"}));
-}
-
-TEST_F(HalOnBoard, SecondOperationWritesNoSetUpAgain)
-{
-    const RunResult run = probe("two-operations");
-    EXPECT_EQ(writes(run, marker(run, 7)), (std::vector<std::string>{"gpio51/value=0:ok", "unexport=51:ok"}));
-    EXPECT_EQ(printed(run, "value"), "0");
-    EXPECT_TRUE(opened(run, marker(run, 7)).empty()) << "the attribute files stay open";
-}
-
-TEST_F(HalOnBoard, ToggleWritesTheInverseOfTheLevelRead)
-{
-    const RunResult run = probe("toggle");
-    const std::vector<std::string> values = [&] {
-        std::vector<std::string> v;
-        for (const std::string& w : writes(run)) {
-            if (w.rfind("gpio143/value=", 0) == 0) {
-                v.push_back(w);
-            }
-        }
-        return v;
-    }();
-    EXPECT_EQ(values, (std::vector<std::string>{"gpio143/value=0:ok", "gpio143/value=1:ok", "gpio143/value=0:ok"}));
-    const std::vector<std::string> beforeMark = writes(run, 0, marker(run, 8));
-    EXPECT_EQ(beforeMark.back(), "gpio143/value=1:ok") << "the toggle is delivered at once";
-    EXPECT_EQ(printed(run, "after-first"), "1");
-    EXPECT_EQ(printed(run, "after-second"), "0");
-}
-
-// A line that cannot be exported has no value file: it reads as 0 and writes
-// to it are dropped.
-TEST_F(HalOnBoard, UnreadableValueReadsAsZero)
-{
+    const Scenario& c = GetParam();
+    SimulatedBoard board;
     RunSettings settings;
-    settings.simulatorOptions = {"--fault", "export-refused:51"};
-    const RunResult run = probe("unreadable-value", settings);
-    EXPECT_EQ(printed(run, "value"), "0");
-    EXPECT_EQ(printed(run, "value-after-toggle"), "0");
-    for (const std::string& w : writes(run)) {
-        EXPECT_EQ(w.find("gpio51/"), std::string::npos) << w;
-    }
-}
-
-// ---- GpioPin: edge waits ------------------------------------------------------
-
-TEST_F(HalOnBoard, WaitForNoEdgeFailsWithoutOpeningAnything)
-{
-    const RunResult run = probe("wait-none");
-    EXPECT_EQ(printed(run, "result"), "2");  // WAIT_FAILED
-    EXPECT_TRUE(opened(run, marker(run, 7)).empty());
-    EXPECT_TRUE(writes(run, marker(run, 7), run.trace.size()).size() <= 1U) << "at most the destructor's unexport";
-    EXPECT_TRUE(run.events("gpio_poll").empty());
-}
-
-TEST_F(HalOnBoard, WaitOnAnOutputFailsWithoutOpeningAnything)
-{
-    const RunResult run = probe("wait-output");
-    EXPECT_EQ(printed(run, "result"), "2");
-    EXPECT_TRUE(opened(run, marker(run, 7)).empty());
-    EXPECT_TRUE(run.events("gpio_poll").empty());
-}
-
-TEST_F(HalOnBoard, WaitWithoutAnEdgeTimesOutInVirtualTime)
-{
-    const RunResult run = probe("wait-timeout");
-    EXPECT_EQ(printed(run, "result"), "1");  // WAIT_TIMEOUT
-    const std::vector<QJsonObject> polls = run.events("gpio_poll");
-    ASSERT_EQ(polls.size(), 1U);
-    EXPECT_EQ(integer(polls[0].value(QStringLiteral("line"))), 2);
-    EXPECT_EQ(integer(polls[0].value(QStringLiteral("timeout_ns"))), 3000000000LL);
-    EXPECT_EQ(text(polls[0].value(QStringLiteral("result"))), "timeout");
-    EXPECT_GE(run.boardTimeNs(), 3000000000LL);
-    // The edge word is written as one word and never set back to "none".
-    std::vector<std::string> edgeWrites;
-    for (const std::string& w : writes(run)) {
-        if (w.rfind("gpio2/edge=", 0) == 0) {
-            edgeWrites.push_back(w);
-        }
-    }
-    EXPECT_EQ(edgeWrites, std::vector<std::string>{"gpio2/edge=falling:ok"});
-}
-
-TEST_F(HalOnBoard, WaitSeesAScriptedEdge)
-{
-    // Line 2 is active-low: an electrical rise is a falling edge for the pin.
-    RunSettings settings;
-    settings.simulatorOptions = {"--edge", "2:rising@1.5"};
-    const RunResult run = probe("wait-edge", settings);
-    EXPECT_EQ(printed(run, "result"), "0");  // WAIT_EDGE
-    const std::vector<QJsonObject> polls = run.events("gpio_poll");
-    ASSERT_EQ(polls.size(), 1U);
-    EXPECT_EQ(text(polls[0].value(QStringLiteral("result"))), "edge");
-    EXPECT_LT(run.boardTimeNs(), 5000000000LL) << "the wait ends at the edge, not at the time-out";
-}
-
-TEST_F(HalOnBoard, WaitArmsTheEdgeItWasAskedFor)
-{
-    RunSettings settings;
-    settings.simulatorOptions = {"--edge", "2:rising@1"};
-    const RunResult run = probe("wait-rising-both", settings);
-    EXPECT_EQ(printed(run, "rising"), "0");
-    EXPECT_EQ(printed(run, "both"), "1") << "no second edge is scripted";
-    const std::vector<std::string> all = writes(run);
-    EXPECT_NE(std::find(all.begin(), all.end(), "gpio2/edge=rising:ok"), all.end());
-    EXPECT_NE(std::find(all.begin(), all.end(), "gpio2/edge=both:ok"), all.end());
-    // Each wait closes the value file it polled: the second gets the same
-    // descriptor number again.
-    std::vector<std::int64_t> valueFds;
-    for (const QJsonObject& open : run.events("gpio_open")) {
-        if (text(open.value(QStringLiteral("path"))) == "gpio2/value") {
-            valueFds.push_back(integer(open.value(QStringLiteral("fd"))));
-        }
-    }
-    ASSERT_GE(valueFds.size(), 2U);
-    EXPECT_EQ(valueFds[valueFds.size() - 1], valueFds[valueFds.size() - 2]);
-}
-
-// ---- GpioPin: closing and destruction --------------------------------------
-
-TEST_F(HalOnBoard, ClosePinUnexportsAndTheDestructorSendsNothingMore)
-{
-    const RunResult run = probe("close-pin");
-    EXPECT_EQ(printed(run, "result"), "0");
-    EXPECT_EQ(writes(run, marker(run, 7), marker(run, 8)), std::vector<std::string>{"unexport=49:ok"});
-    EXPECT_TRUE(writes(run, marker(run, 8)).empty());
-    EXPECT_FALSE(fileExists(m_board.stateFolder() + "/gpio/gpio49"));
-}
-
-TEST_F(HalOnBoard, OperationAfterClosePinExportsAgain)
-{
-    const RunResult run = probe("close-then-reopen");
-    EXPECT_EQ(printed(run, "closed"), "0");
-    // The unexport stream is closed: its write is dropped; the export works.
-    EXPECT_EQ(writes(run, marker(run, 7), marker(run, 8)),
-              (std::vector<std::string>{"export=49:ok", "gpio49/active_low=0:ok", "gpio49/direction=out:ok",
-                                        "gpio49/value=0:ok"}));
-    EXPECT_TRUE(writes(run, marker(run, 8)).empty()) << "no unexport from a closed stream";
-}
-
-TEST_F(HalOnBoard, UnusedPinStillUnexportsItsLine)
-{
-    const RunResult run = probe("destroy-unused");
-    EXPECT_EQ(writes(run), std::vector<std::string>{"unexport=49:EINVAL"});
-}
-
-// The unexport that the first use sent to a line that was not exported was
-// refused and stayed in the stream's buffer; the destructor's own write is
-// dropped, and the close delivers the buffered number.
-TEST_F(HalOnBoard, DestructorDeliversTheBufferedUnexport)
-{
-    const RunResult run = probe("destroy-after-use");
-    EXPECT_EQ(writes(run, 0, marker(run, 7)).front(), "unexport=49:EINVAL");
-    EXPECT_EQ(writes(run, marker(run, 7)), std::vector<std::string>{"unexport=49:ok"});
-    EXPECT_FALSE(fileExists(m_board.stateFolder() + "/gpio/gpio49"));
-}
-
-// ---- HAL operations ------------------------------------------------------------
-
-TEST_F(HalOnBoard, InstanceIsMadeOnceAndLeavesTheLinesAlone)
-{
-    const RunResult run = probe("hal-instance");
-    EXPECT_EQ(printed(run, "same"), "1");
-    EXPECT_EQ(run.events("spi_open").size(), 1U);
-    EXPECT_EQ(run.events("melody_open").size(), 1U);
-    EXPECT_TRUE(run.events("gpio_write").empty()) << "lines are set up on first use only";
-    EXPECT_TRUE(opened(run).empty());
-    // Each of the five pins opens the export and unexport files.
-    EXPECT_EQ(run.events("gpio_open").size(), 10U);
-    EXPECT_TRUE(run.events("spi_close").empty()) << "the instance is never destroyed";
-}
-
-TEST_F(HalOnBoard, LineOperationsReachTheirLines)
-{
-    const RunResult run = probe("hal-lines");
-    EXPECT_EQ(printed(run, "gpio51"), "1");
-    EXPECT_EQ(printed(run, "gpio49"), "0");
-    EXPECT_EQ(printed(run, "gpio143"), "1");
-    EXPECT_EQ(printed(run, "gpio48"), "1");
-    EXPECT_EQ(printed(run, "gpio2"), "1") << "active-low input at electrical 0 reads 1";
-    const std::vector<std::string> all = writes(run);
-    for (const char* expected :
-         {"gpio51/value=1:ok", "gpio49/value=1:ok", "gpio49/value=0:ok", "gpio143/value=0:ok", "gpio143/value=1:ok",
-          "gpio48/value=1:ok", "gpio2/active_low=1:ok", "gpio2/direction=in:ok"}) {
-        EXPECT_NE(std::find(all.begin(), all.end(), expected), all.end()) << expected;
-    }
+    settings.simulatorOptions = c.simulatorOptions;
+    settings.environment = {{"LOG4CPLUS_APPENDER", "FILE"}};
+    std::vector<std::string> command = {HAL_PROBE_BINARY};
+    command.insert(command.end(), c.steps.begin(), c.steps.end());
+    const RunResult run = board.run(command, settings);
+    ASSERT_EQ(run.status, 0) << run.describe();
+    EXPECT_EQ(run.out, c.printed);
+    EXPECT_EQ(story(run), c.story);
+    EXPECT_EQ(run.logRecords("ERROR").size(), c.errorRecords) << run.log;
     EXPECT_EQ(run.violationsTotal(), 0);
 }
 
-TEST_F(HalOnBoard, FallingEdgeWaitIsTrueOnlyForAnEdge)
-{
-    RunSettings settings;
-    settings.simulatorOptions = {"--edge", "2:rising@2"};
-    const RunResult run = probe("hal-wait-edge", settings);
-    EXPECT_EQ(printed(run, "first"), "1");
-    EXPECT_EQ(printed(run, "second"), "0") << "a time-out is false";
-}
-
-TEST_F(HalOnBoard, FallingEdgeWaitIsFalseWhenTheLineCannotWait)
-{
-    // Export refused: the direction file cannot be read, the value file
-    // cannot be opened, and the wait fails.
-    RunSettings settings;
-    settings.simulatorOptions = {"--fault", "export-refused:2"};
-    const RunResult run = probe("hal-wait-edge", settings);
-    EXPECT_EQ(printed(run, "first"), "0");
-    EXPECT_EQ(printed(run, "second"), "0");
-    EXPECT_TRUE(run.events("gpio_poll").empty());
-}
-
-// Sound on/off times of the summary's melody timeline, after the set-up cycle.
-std::vector<std::pair<std::int64_t, bool>> soundTimeline(const RunResult& run)
-{
-    std::vector<std::pair<std::int64_t, bool>> timeline;
-    const QJsonArray entries =
-        run.summary.value(QStringLiteral("melody")).toObject().value(QStringLiteral("timeline")).toArray();
-    for (const QJsonValue& entry : entries) {
-        const QJsonArray item = entry.toArray();
-        timeline.emplace_back(integer(item.at(0)), text(item.at(1)) == "on");
-    }
-    return timeline;
-}
-
-TEST_F(HalOnBoard, BeepsSoundForTheirDurations)
-{
-    const RunResult run = probe("hal-beeps");
-    const auto timeline = soundTimeline(run);
-    // The set-up cycle, the long beep, the short beep and two for the double.
-    ASSERT_EQ(timeline.size(), 10U) << run.describe();
-    EXPECT_EQ(timeline[1].first - timeline[0].first, 0) << "set-up cycle: START then STOP at once";
-    const std::vector<std::int64_t> durations = {500000000, 30000000, 76000000, 76000000};
-    for (std::size_t k = 0; k < durations.size(); ++k) {
-        const auto& on = timeline[2 + 2 * k];
-        const auto& off = timeline[3 + 2 * k];
-        EXPECT_TRUE(on.second);
-        EXPECT_FALSE(off.second);
-        EXPECT_GE(off.first - on.first, durations[k]) << "beep " << k;
-        EXPECT_LT(off.first - on.first, durations[k] + 1000000) << "beep " << k;
-    }
-    // 38 ms between the two sounds of the double beep.
-    EXPECT_GE(timeline[8].first - timeline[7].first, 38000000);
-    EXPECT_LT(timeline[8].first - timeline[7].first, 39000000);
-    // Every beep opens and closes the device anew.
-    EXPECT_EQ(run.events("melody_open").size(), 5U);
-    EXPECT_EQ(run.events("melody_close").size(), 5U);
-    EXPECT_EQ(run.events("melody_ioctl").size(), 15U);
-    EXPECT_TRUE(run.logMessages().empty()) << run.log;
-}
-
-TEST_F(HalOnBoard, BeepsWithoutTheDeviceLogEveryRequestAndStillTakeTheirTime)
-{
-    RunSettings settings;
-    settings.simulatorOptions = {"--fault", "no-melody"};
-    const RunResult run = probe("hal-beeps", settings);
-    // Three records for each of the five cycles.
-    EXPECT_EQ(run.logRecords("ERROR", "Melody type cannot be sent -> ERRNO : 9").size(), 5U);
-    EXPECT_EQ(run.logRecords("ERROR", "Melody START cannot be sent -> ERRNO : 9").size(), 5U);
-    EXPECT_EQ(run.logRecords("ERROR", "Melody STOP cannot be sent -> ERRNO : 9").size(), 5U);
-    EXPECT_GE(run.boardTimeNs(), (500 + 30 + 76 + 38 + 76) * 1000000LL);
-}
-
-TEST_F(HalOnBoard, ZeroDurationMelodySendsAllThreeRequests)
-{
-    const RunResult run = probe("melody-zero-duration");
-    const std::size_t from = marker(run, 7);
-    std::vector<std::string> requests;
-    for (std::size_t i = from; i < run.trace.size(); ++i) {
-        const QJsonObject& event = run.trace[i];
-        if (text(event.value(QStringLiteral("ev"))) == "melody_ioctl") {
-            requests.push_back(text(event.value(QStringLiteral("req"))) + ":" +
-                               text(event.value(QStringLiteral("bytes"))));
-        }
-    }
-    EXPECT_EQ(requests, (std::vector<std::string>{"TYPE:01000000d0070000", "START_STOP:01", "START_STOP:00"}));
-    std::size_t zeroSleeps = 0;
-    for (const QJsonObject& sleep : run.events("sleep")) {
-        zeroSleeps += integer(sleep.value(QStringLiteral("us"))) == 0 ? 1 : 0;
-    }
-    EXPECT_EQ(zeroSleeps, 1U);
-}
-
-// Destroying the board implementation unexports the five lines in member
-// order, then closes the SPI device.
-TEST_F(HalOnBoard, DestroyedHalReleasesLinesInOrderThenClosesTheBus)
-{
-    const RunResult run = probe("hal-destroy");
-    EXPECT_EQ(writes(run, marker(run, 7)),
-              (std::vector<std::string>{"unexport=2:EINVAL", "unexport=48:EINVAL", "unexport=51:ok",
-                                        "unexport=49:EINVAL", "unexport=143:EINVAL"}));
-    const std::vector<QJsonObject> closes = run.events("spi_close");
-    ASSERT_EQ(closes.size(), 1U);
-    EXPECT_GT(run.indexOf(closes[0]), static_cast<int>(marker(run, 7)));
-}
+INSTANTIATE_TEST_SUITE_P(
+    Scenarios, HalOnBoard,
+    ::testing::Values(
+        // A pin never used still unexports its line when it goes.
+        Scenario{"FirstUseThroughGet",
+                 {"pin:143:out", "pin:49:out", "get"},
+                 {},
+                 "0 ",
+                 firstUse("49", "0", "out") + " unexport=49:ok unexport=143:EINVAL"},
+        // The value is one byte without a newline; a second operation sets
+        // nothing up again; a toggle writes the inverse of the level read at
+        // once; the destructor's unexport follows the refused first one.
+        Scenario{"SetToggleGet",
+                 {"pin:51:out", "set:1", "mark:7", "set:0", "toggle", "mark:8", "get", "toggle", "get"},
+                 {},
+                 "1 0 ",
+                 firstUse("51", "0", "out") +
+                     " gpio51/value=1:ok sleep:7 gpio51/value=0:ok gpio51/value=1:ok sleep:8 gpio51/value=0:ok "
+                     "unexport=51:ok"},
+        // A line that cannot be exported has no value file: it reads as 0
+        // and writes to it are dropped.
+        Scenario{"UnexportableLineReadsZero",
+                 {"pin:51:out", "get", "toggle", "get"},
+                 {"--fault", "export-refused:51"},
+                 "0 0 ",
+                 "unexport=51:EINVAL export=51:EBUSY gpio51/value gpio51/active_low gpio51/direction "
+                 "export=51:EBUSY unexport=51:EINVAL"},
+        // No edge, an edge index past the table and an output: the wait
+        // fails without touching a file.
+        Scenario{"WaitsThatCannotApply",
+                 {"pin:49:out", "get", "pin:2:in:low", "get", "mark:7", "wait:0:1", "wait:4:1", "pin:48:out", "get",
+                  "wait:2:1"},
+                 {},
+                 "0 1 2 2 0 2 ",
+                 firstUse("49", "0", "out") + " " + firstUse("2", "1", "in") + " sleep:7 " +
+                     firstUse("48", "0", "out") + " unexport=48:ok unexport=2:ok unexport=49:ok"},
+        // Line 2 is active-low: the electrical rise at 4 s is a falling edge.
+        // Each wait arms the edge asked for, polls for its time in virtual
+        // time and closes its descriptor.
+        Scenario{"EdgeWaits",
+                 {"pin:2:in:low", "wait:2:3", "wait:3:5", "wait:1:1"},
+                 {"--edge", "2:rising@4"},
+                 "1 0 1 ",
+                 firstUse("2", "1", "in") +
+                     " gpio2/edge gpio2/edge=falling:ok gpio2/value#new poll:3000000000:timeout gpio2/edge "
+                     "gpio2/edge=both:ok gpio2/value#again poll:5000000000:edge gpio2/edge gpio2/edge=rising:ok "
+                     "gpio2/value#again poll:1000000000:timeout unexport=2:ok"},
+        // closePin unexports; the next operation exports again, and then
+        // neither it nor the destructor can unexport: that stream is closed.
+        Scenario{"CloseThenUseAgain",
+                 {"pin:49:out", "set:1", "mark:7", "close", "mark:8", "set:0"},
+                 {},
+                 "0 ",
+                 firstUse("49", "0", "out") + " gpio49/value=1:ok sleep:7 unexport=49:ok sleep:8 export=49:ok " +
+                     "gpio49/value gpio49/active_low gpio49/direction gpio49/active_low=0:ok "
+                     "gpio49/direction=out:ok gpio49/value=0:ok"},
+        // The instance is made once and sets no line up before its first use.
+        Scenario{"InstanceMadeOnce", {"hal:same"}, {}, "1 ", HAL_MADE},
+        Scenario{"LineOperationsReachTheirLines",
+                 {"hal:set51:1", "hal:get51", "hal:set49:1", "hal:toggle49", "hal:get49", "hal:set143:0",
+                  "hal:toggle143", "hal:get143", "hal:set48:1", "hal:get48", "hal:get2"},
+                 {},
+                 // Line 2 is an active-low input at electrical 0.
+                 "1 0 1 1 1 ",
+                 HAL_MADE + " " + firstUse("51", "0", "out") + " gpio51/value=1:ok " + firstUse("49", "0", "out") +
+                     " gpio49/value=1:ok gpio49/value=0:ok " + firstUse("143", "0", "out") +
+                     " gpio143/value=0:ok gpio143/value=1:ok " + firstUse("48", "0", "out") + " gpio48/value=1:ok " +
+                     firstUse("2", "1", "in")},
+        Scenario{"FallingEdgeWaitIsTrueOnlyForAnEdge",
+                 {"hal:wait2:4", "hal:wait2:1"},
+                 {"--edge", "2:rising@2"},
+                 "1 0 ",
+                 HAL_MADE + " " + firstUse("2", "1", "in") +
+                     " gpio2/edge gpio2/edge=falling:ok gpio2/value#new poll:4000000000:edge gpio2/edge "
+                     "gpio2/edge=falling:ok gpio2/value#again poll:1000000000:timeout"},
+        Scenario{"FallingEdgeWaitFailsOnALineThatCannotBeExported",
+                 {"hal:wait2:4"},
+                 {"--fault", "export-refused:2"},
+                 "0 ",
+                 HAL_MADE + " unexport=2:EINVAL export=2:EBUSY gpio2/value gpio2/active_low gpio2/direction gpio2/edge "
+                            "gpio2/value#failed"},
+        // Each beep opens the device anew and sounds for its time; the double
+        // beep pauses 38 ms between its two sounds.
+        Scenario{"Beeps",
+                 {"hal:long", "hal:short", "hal:double"},
+                 {},
+                 "",
+                 HAL_MADE + " " + cycle("500000") + " " + cycle("30000") + " " + cycle("76000") + " sleep:38000 " +
+                     cycle("76000")},
+        // Without the device each request fails and is logged (the first
+        // record makes the logging show its setting), and the beep still
+        // takes its time.
+        Scenario{"BeepWithoutTheDevice",
+                 {"hal:short"},
+                 {"--fault", "no-melody"},
+                 "\nLOG4CPLUS_APPENDER=FILE\n",
+                 "spi melody melody sleep:30000",
+                 6},
+        Scenario{"ZeroDurationMelodySleepsZero", {"melody:0"}, {}, "", cycle() + " " + cycle("0")},
+        // Destroying the board implementation unexports the five lines in
+        // member order, then closes the SPI device.
+        Scenario{"DestroyedHalReleasesLinesThenTheBus",
+                 {"vosta", "hal:set51:1", "mark:7", "drop"},
+                 {},
+                 "",
+                 HAL_MADE + " " + firstUse("51", "0", "out") +
+                     " gpio51/value=1:ok sleep:7 unexport=2:EINVAL unexport=48:EINVAL unexport=51:ok "
+                     "unexport=49:EINVAL unexport=143:EINVAL spi-close"}),
+    [](const ::testing::TestParamInfo<Scenario>& param) { return std::string(param.param.name); });
 
 }  // namespace

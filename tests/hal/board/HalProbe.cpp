@@ -1,9 +1,17 @@
 // SPDX-License-Identifier: MIT
-// Runs one scenario of the HAL's pieces on the simulated board and prints
-// what the calls returned as "key=value" lines; the board tests check those
-// lines together with the simulator's trace.
+// Runs the HAL's pieces on the simulated board one step at a time and prints
+// what the steps returned, separated by spaces; the board tests check that
+// together with the simulator's trace.
 //
-//   hal_board_probe SCENARIO
+//   hal_board_probe STEP...
+//
+//   pin:N:out|in[:low]  makes a GpioPin; the pin steps below use the last one
+//   get set:V toggle close wait:EDGE:SECONDS
+//   hal:OPERATION[:ARG] calls the HAL instance, or the board implementation
+//                       made by "vosta" until "drop" destroys it
+//   melody:MS           makes a Melody device and plays for MS milliseconds
+//   mark:US             sleeps US microseconds, a marker in the trace
+// Pins still alive at the end are destroyed last made first.
 
 #include "hal/HwAbstractionLayer.h"
 #include "hal/vosta/GpioPin.h"
@@ -12,191 +20,102 @@
 
 #include <unistd.h>
 
-#include <cstring>
-#include <functional>
+#include <algorithm>
 #include <iostream>
 #include <map>
 #include <memory>
+#include <optional>
+#include <sstream>
 #include <string>
+#include <vector>
 
 namespace {
 
-void print(const char* key, long long value)
-{
-    std::cout << key << "=" << value << std::endl;
-}
+using Hal = hal::HwAbstractionLayer;
 
-// Marks a point in the run: the simulator traces the sleep.
-void mark(unsigned int microseconds)
-{
-    ::usleep(microseconds);
-}
-
-const std::map<std::string, std::function<void()>> SCENARIOS = {
-    // First use of an output line through each operation.
-    {"first-use-get",
-     [] {
-         GpioPin pin(49, true, false);
-         print("value", pin.getValue());
-     }},
-    {"first-use-set",
-     [] {
-         GpioPin pin(49, true, false);
-         pin.setValue(1);
-     }},
-    {"first-use-toggle",
-     [] {
-         GpioPin pin(49, true, false);
-         pin.toggleValue();
-     }},
-    {"first-use-wait",
-     [] {
-         GpioPin pin(2, false, true);
-         print("result", pin.waitForEdge(EDGE_FALLING, 0));
-     }},
-    {"two-operations",
-     [] {
-         GpioPin pin(51, true, false);
-         pin.setValue(1);
-         mark(7);  // separates the first operation from the second in the trace
-         pin.setValue(0);
-         print("value", pin.getValue());
-     }},
-    {"toggle",
-     [] {
-         GpioPin pin(143, true, false);
-         pin.setValue(0);
-         pin.toggleValue();
-         mark(8);  // the toggled level must be written by now
-         print("after-first", pin.getValue());
-         pin.toggleValue();
-         print("after-second", pin.getValue());
-     }},
-    {"unreadable-value",
-     [] {
-         GpioPin pin(51, true, false);
-         print("value", pin.getValue());
-         pin.toggleValue();
-         print("value-after-toggle", pin.getValue());
-     }},
-    {"wait-none",
-     [] {
-         GpioPin pin(2, false, true);
-         pin.getValue();
-         mark(7);
-         print("result", pin.waitForEdge(EDGE_NONE, 1));
-     }},
-    {"wait-output",
-     [] {
-         GpioPin pin(49, true, false);
-         pin.getValue();
-         mark(7);
-         print("result", pin.waitForEdge(EDGE_FALLING, 1));
-     }},
-    {"wait-timeout",
-     [] {
-         GpioPin pin(2, false, true);
-         print("result", pin.waitForEdge(EDGE_FALLING, 3));
-     }},
-    {"wait-edge",
-     [] {
-         GpioPin pin(2, false, true);
-         print("result", pin.waitForEdge(EDGE_FALLING, 5));
-     }},
-    {"wait-rising-both",
-     [] {
-         GpioPin pin(2, false, false);
-         print("rising", pin.waitForEdge(EDGE_RISING, 2));
-         print("both", pin.waitForEdge(EDGE_BOTH, 2));
-     }},
-    {"close-pin",
-     [] {
-         GpioPin pin(49, true, false);
-         pin.setValue(1);
-         mark(7);
-         print("result", pin.closePin());
-         mark(8);
-     }},
-    {"close-then-reopen",
-     [] {
-         GpioPin pin(49, true, false);
-         pin.setValue(1);
-         print("closed", pin.closePin());
-         mark(7);
-         pin.setValue(0);
-         mark(8);
-     }},
-    {"destroy-unused",
-     [] {
-         GpioPin pin(49, true, false);
-     }},
-    {"destroy-after-use",
-     [] {
-         GpioPin pin(49, true, false);
-         pin.setValue(1);
-         mark(7);
-     }},
-    // The HAL operations that the tool itself never calls.
-    {"hal-instance",
-     [] {
-         hal::HwAbstractionLayer* first = hal::HwAbstractionLayer::getInstance();
-         hal::HwAbstractionLayer* second = hal::HwAbstractionLayer::getInstance();
-         print("same", first == second ? 1 : 0);
-     }},
-    {"hal-lines",
-     [] {
-         hal::HwAbstractionLayer* hal = hal::HwAbstractionLayer::getInstance();
-         hal->setGpio51Value(1);
-         print("gpio51", hal->getGpio51Value());
-         hal->setGpio49Value(1);
-         hal->toggleGpio49Value();
-         print("gpio49", hal->getGpio49Value());
-         hal->setGpio143Value(0);
-         hal->toggleGpio143Value();
-         print("gpio143", hal->getGpio143Value());
-         hal->setGpio48Value(1);
-         print("gpio48", hal->getGpio48Value());
-         print("gpio2", hal->getGpio2Value());
-     }},
-    {"hal-wait-edge",
-     [] {
-         hal::HwAbstractionLayer* hal = hal::HwAbstractionLayer::getInstance();
-         print("first", hal->waitGpio2FallingEdge(4) ? 1 : 0);
-         print("second", hal->waitGpio2FallingEdge(1) ? 1 : 0);
-     }},
-    {"hal-beeps",
-     [] {
-         hal::HwAbstractionLayer* hal = hal::HwAbstractionLayer::getInstance();
-         mark(7);
-         hal->playLongBeep();
-         mark(8);
-         hal->playShortBeep();
-         mark(9);
-         hal->playDoubleBeep();
-     }},
-    {"melody-zero-duration",
-     [] {
-         melody::Melody device;
-         mark(7);
-         device.melodyPlay(2000, 0);
-     }},
-    {"hal-destroy",
-     [] {
-         auto hal = std::make_unique<hal::HwAbstractionLayerVosta>();
-         hal->setGpio51Value(1);
-         mark(7);
-         hal.reset();
-     }},
-};
+const std::map<std::string, int (Hal::*)()> HAL_GETTERS = {{"get2", &Hal::getGpio2Value},
+                                                           {"get48", &Hal::getGpio48Value},
+                                                           {"get49", &Hal::getGpio49Value},
+                                                           {"get51", &Hal::getGpio51Value},
+                                                           {"get143", &Hal::getGpio143Value}};
+const std::map<std::string, void (Hal::*)(int)> HAL_SETTERS = {{"set48", &Hal::setGpio48Value},
+                                                               {"set49", &Hal::setGpio49Value},
+                                                               {"set51", &Hal::setGpio51Value},
+                                                               {"set143", &Hal::setGpio143Value}};
+const std::map<std::string, void (Hal::*)()> HAL_ACTIONS = {{"toggle49", &Hal::toggleGpio49Value},
+                                                            {"toggle143", &Hal::toggleGpio143Value},
+                                                            {"long", &Hal::playLongBeep},
+                                                            {"short", &Hal::playShortBeep},
+                                                            {"double", &Hal::playDoubleBeep}};
 
 }  // namespace
 
 int main(int argc, char* argv[])
 {
-    if (argc != 2 || SCENARIOS.count(argv[1]) == 0) {
-        std::cerr << "usage: hal_board_probe SCENARIO" << std::endl;
-        return 2;
+    std::vector<std::unique_ptr<GpioPin>> pins;
+    std::unique_ptr<hal::HwAbstractionLayerVosta> vosta;
+    for (int i = 1; i < argc; ++i) {
+        std::string step = argv[i];
+        std::replace(step.begin(), step.end(), ':', ' ');
+        std::istringstream fields(step);
+        std::string verb;
+        std::string name;
+        long number = 0;
+        fields >> verb;
+        std::optional<long long> result;
+        if (verb == "pin" && fields >> number >> name) {
+            pins.push_back(std::make_unique<GpioPin>(int(number), name == "out", bool(fields >> name)));
+        } else if (verb == "mark" && fields >> number) {
+            ::usleep(static_cast<useconds_t>(number));
+        } else if (verb == "melody" && fields >> number) {
+            melody::Melody device;
+            device.melodyPlay(2000, static_cast<unsigned int>(number));
+        } else if (verb == "vosta") {
+            vosta = std::make_unique<hal::HwAbstractionLayerVosta>();
+        } else if (verb == "drop") {
+            vosta.reset();
+        } else if (verb == "hal" && fields >> name) {
+            fields >> number;
+            Hal& target = vosta ? *vosta : *Hal::getInstance();
+            if (HAL_GETTERS.count(name) != 0) {
+                result = (target.*HAL_GETTERS.at(name))();
+            } else if (HAL_SETTERS.count(name) != 0) {
+                (target.*HAL_SETTERS.at(name))(int(number));
+            } else if (HAL_ACTIONS.count(name) != 0) {
+                (target.*HAL_ACTIONS.at(name))();
+            } else if (name == "wait2") {
+                result = target.waitGpio2FallingEdge(number) ? 1 : 0;
+            } else if (name == "same") {
+                result = &target == Hal::getInstance() ? 1 : 0;
+            } else {
+                std::cerr << "hal_board_probe: unknown HAL operation " << name << std::endl;
+                return 2;
+            }
+        } else if (pins.empty()) {
+            std::cerr << "hal_board_probe: unknown step or no pin: " << argv[i] << std::endl;
+            return 2;
+        } else if (verb == "get") {
+            result = pins.back()->getValue();
+        } else if (verb == "set" && fields >> number) {
+            pins.back()->setValue(int(number));
+        } else if (verb == "toggle") {
+            pins.back()->toggleValue();
+        } else if (verb == "close") {
+            result = pins.back()->closePin();
+        } else if (verb == "wait" && fields >> number) {
+            long seconds = 0;
+            fields >> seconds;
+            result = pins.back()->waitForEdge(static_cast<GpioEdge>(number), seconds);
+        } else {
+            std::cerr << "hal_board_probe: unknown step " << argv[i] << std::endl;
+            return 2;
+        }
+        if (result) {
+            std::cout << *result << " " << std::flush;
+        }
     }
-    SCENARIOS.at(argv[1])();
+    while (!pins.empty()) {
+        pins.pop_back();
+    }
     return 0;
 }
