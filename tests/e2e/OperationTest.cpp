@@ -1,0 +1,304 @@
+// SPDX-License-Identifier: MIT
+// read, write and check on a board with known content: exit status, log
+// records, how far the bus traffic went, line 48, and what the flash and the
+// file hold afterwards, for working boards, failing messages and a flash that
+// stays busy.
+
+#include "E2eSupport.h"
+
+#include <sys/stat.h>
+
+#include <regex>
+
+using namespace boardtest;
+
+namespace {
+
+constexpr std::size_t PAGE = 256;
+constexpr long AREA = static_cast<long>(FIRMWARE_AREA);
+constexpr long UNCHANGED = -1;
+constexpr long FOLDER = -1;                       // the name is a folder, not a file
+constexpr std::int64_t TEN_WAITS = 1 + 31250;     // the erase, then ten runs of 3125 polls
+const std::string UTF8_NAME = "caf\xc3\xa9.bin";  // "café.bin" in UTF-8
+const std::string LATIN1_NAME = "caf\xe9.bin";    // "café.bin" in Latin-1
+const std::string ERASING = "Start erasing the whole DSP Flash... ";
+const std::string NOT_READY = "Flash is not ready!!! ";
+const std::string UP_TO_DATE = "Requested DSP FW is UP-TO-DATE";
+const std::string NOT_ACTUAL = "Requested DSP FW is NOT actual...";
+const std::string SAVED = "Saving the FLASH content....success";
+const std::string NOT_SAVED = "Saving the FLASH content....error!!";
+const std::string EIO_LOG = "SPI message cannot be sent -> ERRNO : 5";
+const std::string ETIMEDOUT_LOG = "SPI message cannot be sent -> ERRNO : 110";
+
+// Failed polls count as waits in vain.
+const std::vector<std::string> TEN_FAILED_POLLS = {ERASING, EIO_LOG, EIO_LOG, EIO_LOG, EIO_LOG, EIO_LOG,
+                                                   EIO_LOG, EIO_LOG, EIO_LOG, EIO_LOG, EIO_LOG, NOT_READY};
+
+std::string programming(long bytes)
+{
+    return "Start programming the DSP Flash... " + std::to_string(bytes) + " bytes! ";
+}
+
+// Line 48 is released 1 ms after the last transfer, at once after a failure
+// other than an erase that waited in vain.
+enum End { kDone, kFailed, kFailedAfterPause };
+
+class Operation : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        m_board.setFlash(m_flash);
+        writeFile(m_board.path("out.bin"), m_old);
+    }
+
+    // Writes the image (or makes a folder) under file and runs the operation.
+    // In options "msg:PK:ERRNO" fails the message that programs page K of a
+    // write, "msg:QK:ERRNO" the first poll after it.
+    RunResult run(const char* operation, const std::string& file, long imageSize, std::vector<std::string> options)
+    {
+        if (imageSize == FOLDER) {
+            EXPECT_EQ(::mkdir(m_board.path(file).c_str(), 0755), 0);
+        } else if (std::string(operation) != "read") {
+            writeFile(m_board.path(file), m_image);
+        }
+        std::smatch fault;
+        for (std::string& option : options) {
+            if (std::regex_match(option, fault, std::regex("msg:([PQ]?)([0-9]+):(E[A-Z]+)"))) {
+                m_failing = std::stoll(fault[2]);
+                if (fault[1].length() > 0) {
+                    m_failing = programMessageIndex(static_cast<std::size_t>(m_failing)) + (fault[1] == "Q" ? 1 : 0);
+                }
+                m_errno = fault[3];
+                option = "msg:" + std::to_string(m_failing) + ":" + m_errno;
+            }
+        }
+        m_busy = options == std::vector<std::string>{"--fault", "busy"};
+        return m_board.merivak({operation, file}, {options, {}});
+    }
+
+    void expectEnd(const RunResult& run, End end, const std::vector<std::string>& log, std::int64_t messages) const
+    {
+        if (end == kDone) {
+            expectSuccessfulRun(run);
+        } else {
+            expectFailedRun(run);
+        }
+        if (!m_busy) {
+            EXPECT_EQ(run.violationsTotal(), 0) << run.describe();
+        }
+        EXPECT_EQ(run.logMessages(), log);
+        const std::vector<QJsonObject> sent = run.spiMessages();
+        if (messages >= 0) {
+            EXPECT_EQ(static_cast<std::int64_t>(sent.size()), messages);
+        }
+        const std::vector<QJsonObject> values = run.gpioWrites("gpio48/value");
+        ASSERT_GE(values.size(), 2U);
+        const int lastHold = run.indexOf(values.end()[-2]);
+        const int from = sent.empty() ? lastHold : std::max(lastHold, run.indexOf(sent.back()));
+        EXPECT_EQ(releasePauseBetween(run, from, lastRelease(run)), end != kFailed);
+        if (m_failing > 0) {
+            ASSERT_EQ(static_cast<std::int64_t>(sent.size()), m_failing) << "nothing is sent after a failure";
+            EXPECT_EQ(integer(sent.back().value(QStringLiteral("index"))), m_failing);
+            EXPECT_EQ(text(sent.back().value(QStringLiteral("errno"))), m_errno);
+        }
+    }
+
+    SimulatedBoard m_board;
+    const Bytes m_flash = patternBytes(FLASH_CAPACITY, 31);
+    const Bytes m_old = patternBytes(FIRMWARE_AREA + 5000, 32);
+    Bytes m_image;
+    std::int64_t m_failing = 0;
+    std::string m_errno;
+    bool m_busy = false;
+};
+
+// A file is written only once the whole area was read.
+struct ReadOutcome {
+    const char* name;
+    std::string file;
+    std::vector<std::string> options;
+    End end;
+    std::vector<std::string> log;
+    std::int64_t messages;
+};
+
+class Read : public Operation, public ::testing::WithParamInterface<ReadOutcome> {};
+
+TEST_P(Read, SavesTheAreaOnlyWhenAllOfItWasRead)
+{
+    const ReadOutcome& row = GetParam();
+    const RunResult result = run("read", row.file, 0, row.options);
+    expectEnd(result, row.end, row.log, row.messages);
+    EXPECT_EQ(m_board.flash(), m_flash);
+    const Bytes area(m_flash.begin(), m_flash.begin() + AREA);
+    EXPECT_EQ(readFile(m_board.path(row.file)), row.end == kDone ? area : row.file == "out.bin" ? m_old : Bytes{});
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Outcomes, Read,
+    ::testing::Values(
+        ReadOutcome{"CutsALongerFile", "out.bin", {}, kDone, {SAVED}, 1024},
+        ReadOutcome{"Utf8Name", UTF8_NAME, {}, kDone, {SAVED}, 1024},
+        ReadOutcome{"Latin1Name", LATIN1_NAME, {}, kDone, {SAVED}, 1024},
+        ReadOutcome{"MissingFolder", "no/out.bin", {}, kFailedAfterPause, {NOT_SAVED}, 1024},
+        ReadOutcome{"FirstPageFails", "out.bin", {"--fault", "msg:1:ETIMEDOUT"}, kFailed, {ETIMEDOUT_LOG}, 1},
+        ReadOutcome{"LastPageFails", "out.bin", {"--fault", "msg:1023:ETIMEDOUT"}, kFailed, {ETIMEDOUT_LOG}, 1023},
+        ReadOutcome{
+            "LastPollFails", "out.bin", {"--fault", "msg:1024:ETIMEDOUT"}, kFailed, {ETIMEDOUT_LOG, NOT_READY}, 1024},
+        ReadOutcome{"Busy", "out.bin", {"--fault", "busy"}, kFailed, {NOT_READY}, 1 + 3125}),
+    [](const ::testing::TestParamInfo<ReadOutcome>& row) { return std::string(row.param.name); });
+
+struct WriteOutcome {
+    const char* name;
+    std::string file;
+    long size;
+    std::vector<std::string> options;
+    End end;
+    std::vector<std::string> log;
+    long kept;  // image bytes at the start of the flash, erased bytes after them
+    std::int64_t messages;
+};
+
+class Write : public Operation, public ::testing::WithParamInterface<WriteOutcome> {};
+
+TEST_P(Write, ProgramsThePagesBeforeAnyFailure)
+{
+    const WriteOutcome& row = GetParam();
+    m_image = patternBytes(static_cast<std::size_t>(std::max(row.size, 0L)), 33);
+    const RunResult result = run("write", row.file, row.size, row.options);
+    expectEnd(result, row.end, row.log, row.messages);
+    if (row.kept == UNCHANGED) {
+        EXPECT_EQ(m_board.flash(), m_flash);
+    } else {
+        const auto kept = static_cast<std::size_t>(row.kept);
+        Bytes expected(m_image.begin(), m_image.begin() + static_cast<std::ptrdiff_t>(kept));
+        expected.resize(FLASH_CAPACITY, 0xFF);
+        EXPECT_EQ(m_board.flash(), expected) << "not the programmed pages followed by erased bytes";
+        const bool programFailed = row.options.size() == 2 && row.options[1].compare(0, 5, "msg:P") == 0;
+        EXPECT_EQ(messagesStarting(result, "06/1/cs 02").size(), (kept + PAGE - 1) / PAGE + (programFailed ? 1 : 0));
+    }
+    if (row.log.back() == NOT_READY && row.kept <= 0) {
+        // An erase that waited in vain paused a second after each of its ten waits.
+        EXPECT_EQ(result.events("sleep").size(), 10U + 1U) << "ten pauses and the release pause";
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Outcomes, Write,
+    ::testing::Values(
+        WriteOutcome{"Empty", "image.bin", 0, {}, kDone, {ERASING, programming(0)}, 0, -1},
+        WriteOutcome{"OneByte", LATIN1_NAME, 1, {}, kDone, {ERASING, programming(1)}, 1, -1},
+        WriteOutcome{"OnePage", "image.bin", 256, {}, kDone, {ERASING, programming(256)}, 256, -1},
+        WriteOutcome{"PageAndAByte", UTF8_NAME, 257, {}, kDone, {ERASING, programming(257)}, 257, -1},
+        WriteOutcome{"WholeArea", "image.bin", AREA, {}, kDone, {ERASING, programming(AREA)}, AREA, -1},
+        WriteOutcome{"FirstPageFails",
+                     "image.bin",
+                     AREA,
+                     {"--fault", "msg:P0:EIO"},
+                     kFailed,
+                     {ERASING, programming(AREA), EIO_LOG},
+                     0,
+                     -1},
+        WriteOutcome{"MiddlePageFails",
+                     "image.bin",
+                     AREA,
+                     {"--fault", "msg:P256:EIO"},
+                     kFailed,
+                     {ERASING, programming(AREA), EIO_LOG},
+                     256 * 256,
+                     -1},
+        WriteOutcome{"LastPageFails",
+                     "image.bin",
+                     AREA,
+                     {"--fault", "msg:P511:EIO"},
+                     kFailed,
+                     {ERASING, programming(AREA), EIO_LOG},
+                     511 * 256,
+                     -1},
+        WriteOutcome{"LastPollFails",
+                     "image.bin",
+                     AREA,
+                     {"--fault", "msg:Q511:EIO"},
+                     kFailed,
+                     {ERASING, programming(AREA), EIO_LOG, NOT_READY},
+                     AREA,
+                     -1},
+        // The erase runs, then programming fails without a log record.
+        WriteOutcome{"ImageIsAFolder", "folder.bin", FOLDER, {}, kFailedAfterPause, {ERASING}, 0, -1},
+        WriteOutcome{
+            "EraseFails", "image.bin", 600, {"--fault", "msg:1:EIO"}, kFailed, {ERASING, EIO_LOG}, UNCHANGED, 1},
+        WriteOutcome{"StaysBusy",
+                     "image.bin",
+                     600,
+                     {"--fault", "busy"},
+                     kFailedAfterPause,
+                     {ERASING, NOT_READY},
+                     UNCHANGED,
+                     TEN_WAITS},
+        WriteOutcome{"EraseSlowerThanTenWaits",
+                     "image.bin",
+                     600,
+                     {"--profile", "slow-erase"},
+                     kFailedAfterPause,
+                     {ERASING, NOT_READY},
+                     0,
+                     TEN_WAITS},
+        WriteOutcome{
+            "PollsFail", "image.bin", 600, {"--fault", "msg:2+:EIO"}, kFailedAfterPause, TEN_FAILED_POLLS, 0, 11}),
+    [](const ::testing::TestParamInfo<WriteOutcome>& row) { return std::string(row.param.name); });
+
+// Up to date when the flash begins with the image (however short), not
+// actual when any byte differs as read back, or when the image is longer
+// than the area; a name that cannot be opened as a file counts as up to
+// date. The whole area is read either way.
+struct CheckOutcome {
+    const char* name;
+    std::string file;
+    long size;
+    long changedAt;  // the image differs from the flash in this byte
+    std::vector<std::string> options;
+    End end;
+    std::vector<std::string> log;
+    std::int64_t messages;
+};
+
+class Check : public Operation, public ::testing::WithParamInterface<CheckOutcome> {};
+
+TEST_P(Check, ComparesTheImageWithTheFlash)
+{
+    const CheckOutcome& row = GetParam();
+    m_image.assign(m_flash.begin(), m_flash.begin() + std::max(row.size, 0L));
+    if (row.changedAt >= 0) {
+        m_image[static_cast<std::size_t>(row.changedAt)] ^= 0x10;
+    }
+    const RunResult result = run("check", row.file, row.size, row.options);
+    expectEnd(result, row.end, row.log, row.messages);
+    EXPECT_EQ(m_board.flash(), m_flash);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Outcomes, Check,
+    ::testing::Values(
+        CheckOutcome{"Same", "image.bin", AREA, -1, {}, kDone, {UP_TO_DATE}, 1024},
+        CheckOutcome{"Shorter", LATIN1_NAME, 100, -1, {}, kDone, {UP_TO_DATE}, 1024},
+        CheckOutcome{"Empty", UTF8_NAME, 0, -1, {}, kDone, {UP_TO_DATE}, 1024},
+        CheckOutcome{"FirstByteChanged", "image.bin", AREA, 0, {}, kFailedAfterPause, {NOT_ACTUAL}, 1024},
+        CheckOutcome{"MiddleByteChanged", "image.bin", AREA, 70000, {}, kFailedAfterPause, {NOT_ACTUAL}, 1024},
+        CheckOutcome{"LastByteChanged", "image.bin", AREA, AREA - 1, {}, kFailedAfterPause, {NOT_ACTUAL}, 1024},
+        CheckOutcome{"ReadsBackWrong",
+                     "image.bin",
+                     AREA,
+                     -1,
+                     {"--fault", "flip:0x1ff00:0x80"},
+                     kFailedAfterPause,
+                     {NOT_ACTUAL},
+                     1024},
+        CheckOutcome{"LongerThanTheArea", "image.bin", AREA + 1, -1, {}, kFailedAfterPause, {NOT_ACTUAL}, 1024},
+        CheckOutcome{"ImageIsAFolder", "folder.bin", FOLDER, -1, {}, kDone, {UP_TO_DATE}, 0},
+        CheckOutcome{"FirstPageFails", "image.bin", AREA, -1, {"--fault", "msg:1:EIO"}, kFailed, {EIO_LOG}, 1},
+        CheckOutcome{"LastPageFails", "image.bin", AREA, -1, {"--fault", "msg:1023:EIO"}, kFailed, {EIO_LOG}, 1023},
+        CheckOutcome{
+            "LastPollFails", "image.bin", AREA, -1, {"--fault", "msg:1024:EIO"}, kFailed, {EIO_LOG, NOT_READY}, 1024}),
+    [](const ::testing::TestParamInfo<CheckOutcome>& row) { return std::string(row.param.name); });
+
+}  // namespace
