@@ -100,7 +100,6 @@ private:
     testsupport::TempFolder m_root{"merivak-board"};
     std::string m_folder;
     std::string m_stateFolder;
-    std::string m_logFolder;
     mutable int m_started = 0;
 };
 
