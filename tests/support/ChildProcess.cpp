@@ -12,7 +12,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <sstream>
 #include <utility>
 
 extern char** environ;
@@ -88,12 +87,8 @@ int waitFor(pid_t child, int timeoutSeconds, bool& timedOut)
 
 std::string ProcessResult::describe() const
 {
-    std::ostringstream text;
-    text << (timedOut ? "timed out, " : "") << (exited ? "exit " : "signal ") << (exited ? exitCode : signal)
-         << "\n--- stdout\n"
-         << out << "--- stderr\n"
-         << err;
-    return text.str();
+    return std::string(timedOut ? "timed out, " : "") + (exited ? "exit " : "signal ") +
+           std::to_string(exited ? exitCode : signal) + "\n--- stdout\n" + out + "--- stderr\n" + err;
 }
 
 RunningProcess::RunningProcess() = default;

@@ -3,10 +3,7 @@
 
 #include "ChildProcess.h"
 
-#include <QJsonDocument>
-
 #include <filesystem>
-#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -106,16 +103,10 @@ RunningProgram::RunningProgram(testsupport::RunningProcess process, std::string 
 
 std::vector<QJsonObject> RunningProgram::traceSoFar() const
 {
-    // The simulator may be writing the last line; it is left for later.
-    std::vector<QJsonObject> events;
-    std::istringstream lines(testsupport::readText(m_tracePath));
-    for (std::string line; std::getline(lines, line);) {
-        const QJsonDocument event = QJsonDocument::fromJson(QByteArray::fromStdString(line));
-        if (event.isObject()) {
-            events.push_back(event.object());
-        }
-    }
-    return events;
+    // A last line the simulator is still writing reads as an empty object.
+    RunResult partial;
+    partial.readTrace(m_tracePath);
+    return partial.trace;
 }
 
 RunResult RunningProgram::finish()
