@@ -39,6 +39,16 @@ std::string programming(long bytes)
     return "Start programming the DSP Flash... " + std::to_string(bytes) + " bytes! ";
 }
 
+const std::vector<std::string> PROGRAM_FAILED = {ERASING, programming(AREA), EIO_LOG};
+const std::vector<std::string> POLL_FAILED = {ERASING, programming(AREA), EIO_LOG, NOT_READY};
+const std::vector<std::string> SLOW_ERASE = {"--profile", "slow-erase"};
+const std::vector<std::string> ERASE_NOT_READY = {ERASING, NOT_READY};
+
+std::vector<std::string> fault(const char* fault)
+{
+    return {"--fault", fault};
+}
+
 // Line 48 is released 1 ms after the last transfer, at once after a failure
 // other than an erase that waited in vain.
 enum End { kDone, kFailed, kFailedAfterPause };
@@ -61,18 +71,18 @@ protected:
         } else if (std::string(operation) != "read") {
             writeFile(m_board.path(file), m_image);
         }
-        std::smatch fault;
+        std::smatch match;
         for (std::string& option : options) {
-            if (std::regex_match(option, fault, std::regex("msg:([PQ]?)([0-9]+):(E[A-Z]+)"))) {
-                m_failing = std::stoll(fault[2]);
-                if (fault[1].length() > 0) {
-                    m_failing = programMessageIndex(static_cast<std::size_t>(m_failing)) + (fault[1] == "Q" ? 1 : 0);
+            if (std::regex_match(option, match, std::regex("msg:([PQ]?)([0-9]+):(E[A-Z]+)"))) {
+                m_failing = std::stoll(match[2]);
+                if (match[1].length() > 0) {
+                    m_failing = programMessageIndex(static_cast<std::size_t>(m_failing)) + (match[1] == "Q" ? 1 : 0);
                 }
-                m_errno = fault[3];
+                m_errno = match[3];
                 option = "msg:" + std::to_string(m_failing) + ":" + m_errno;
             }
         }
-        m_busy = options == std::vector<std::string>{"--fault", "busy"};
+        m_busy = options == fault("busy");
         return m_board.merivak({operation, file}, {options, {}});
     }
 
@@ -141,11 +151,10 @@ INSTANTIATE_TEST_SUITE_P(
         ReadOutcome{"Utf8Name", UTF8_NAME, {}, kDone, {SAVED}, 1024},
         ReadOutcome{"Latin1Name", LATIN1_NAME, {}, kDone, {SAVED}, 1024},
         ReadOutcome{"MissingFolder", "no/out.bin", {}, kFailedAfterPause, {NOT_SAVED}, 1024},
-        ReadOutcome{"FirstPageFails", "out.bin", {"--fault", "msg:1:ETIMEDOUT"}, kFailed, {ETIMEDOUT_LOG}, 1},
-        ReadOutcome{"LastPageFails", "out.bin", {"--fault", "msg:1023:ETIMEDOUT"}, kFailed, {ETIMEDOUT_LOG}, 1023},
-        ReadOutcome{
-            "LastPollFails", "out.bin", {"--fault", "msg:1024:ETIMEDOUT"}, kFailed, {ETIMEDOUT_LOG, NOT_READY}, 1024},
-        ReadOutcome{"Busy", "out.bin", {"--fault", "busy"}, kFailed, {NOT_READY}, 1 + 3125}),
+        ReadOutcome{"FirstPageFails", "out.bin", fault("msg:1:ETIMEDOUT"), kFailed, {ETIMEDOUT_LOG}, 1},
+        ReadOutcome{"LastPageFails", "out.bin", fault("msg:1023:ETIMEDOUT"), kFailed, {ETIMEDOUT_LOG}, 1023},
+        ReadOutcome{"LastPollFails", "out.bin", fault("msg:1024:ETIMEDOUT"), kFailed, {ETIMEDOUT_LOG, NOT_READY}, 1024},
+        ReadOutcome{"Busy", "out.bin", fault("busy"), kFailed, {NOT_READY}, 1 + 3125}),
     [](const ::testing::TestParamInfo<ReadOutcome>& row) { return std::string(row.param.name); });
 
 struct WriteOutcome {
@@ -191,60 +200,17 @@ INSTANTIATE_TEST_SUITE_P(
         WriteOutcome{"OnePage", "image.bin", 256, {}, kDone, {ERASING, programming(256)}, 256, -1},
         WriteOutcome{"PageAndAByte", UTF8_NAME, 257, {}, kDone, {ERASING, programming(257)}, 257, -1},
         WriteOutcome{"WholeArea", "image.bin", AREA, {}, kDone, {ERASING, programming(AREA)}, AREA, -1},
-        WriteOutcome{"FirstPageFails",
-                     "image.bin",
-                     AREA,
-                     {"--fault", "msg:P0:EIO"},
-                     kFailed,
-                     {ERASING, programming(AREA), EIO_LOG},
-                     0,
-                     -1},
-        WriteOutcome{"MiddlePageFails",
-                     "image.bin",
-                     AREA,
-                     {"--fault", "msg:P256:EIO"},
-                     kFailed,
-                     {ERASING, programming(AREA), EIO_LOG},
-                     256 * 256,
-                     -1},
-        WriteOutcome{"LastPageFails",
-                     "image.bin",
-                     AREA,
-                     {"--fault", "msg:P511:EIO"},
-                     kFailed,
-                     {ERASING, programming(AREA), EIO_LOG},
-                     511 * 256,
-                     -1},
-        WriteOutcome{"LastPollFails",
-                     "image.bin",
-                     AREA,
-                     {"--fault", "msg:Q511:EIO"},
-                     kFailed,
-                     {ERASING, programming(AREA), EIO_LOG, NOT_READY},
-                     AREA,
-                     -1},
+        WriteOutcome{"FirstPageFails", "image.bin", AREA, fault("msg:P0:EIO"), kFailed, PROGRAM_FAILED, 0, -1},
+        WriteOutcome{"MiddlePageFails", "image.bin", AREA, fault("msg:P256:EIO"), kFailed, PROGRAM_FAILED, 65536, -1},
+        WriteOutcome{"LastPageFails", "image.bin", AREA, fault("msg:P511:EIO"), kFailed, PROGRAM_FAILED, 511 * 256, -1},
+        WriteOutcome{"LastPollFails", "image.bin", AREA, fault("msg:Q511:EIO"), kFailed, POLL_FAILED, AREA, -1},
         // The erase runs, then programming fails without a log record.
         WriteOutcome{"ImageIsAFolder", "folder.bin", FOLDER, {}, kFailedAfterPause, {ERASING}, 0, -1},
-        WriteOutcome{
-            "EraseFails", "image.bin", 600, {"--fault", "msg:1:EIO"}, kFailed, {ERASING, EIO_LOG}, UNCHANGED, 1},
-        WriteOutcome{"StaysBusy",
-                     "image.bin",
-                     600,
-                     {"--fault", "busy"},
-                     kFailedAfterPause,
-                     {ERASING, NOT_READY},
-                     UNCHANGED,
+        WriteOutcome{"EraseFails", "image.bin", 600, fault("msg:1:EIO"), kFailed, {ERASING, EIO_LOG}, UNCHANGED, 1},
+        WriteOutcome{"StaysBusy", "image.bin", 600, fault("busy"), kFailedAfterPause, ERASE_NOT_READY, UNCHANGED,
                      TEN_WAITS},
-        WriteOutcome{"EraseSlowerThanTenWaits",
-                     "image.bin",
-                     600,
-                     {"--profile", "slow-erase"},
-                     kFailedAfterPause,
-                     {ERASING, NOT_READY},
-                     0,
-                     TEN_WAITS},
-        WriteOutcome{
-            "PollsFail", "image.bin", 600, {"--fault", "msg:2+:EIO"}, kFailedAfterPause, TEN_FAILED_POLLS, 0, 11}),
+        WriteOutcome{"SlowErase", "image.bin", 600, SLOW_ERASE, kFailedAfterPause, ERASE_NOT_READY, 0, TEN_WAITS},
+        WriteOutcome{"PollsFail", "image.bin", 600, fault("msg:2+:EIO"), kFailedAfterPause, TEN_FAILED_POLLS, 0, 11}),
     [](const ::testing::TestParamInfo<WriteOutcome>& row) { return std::string(row.param.name); });
 
 // Up to date when the flash begins with the image (however short), not
@@ -285,20 +251,14 @@ INSTANTIATE_TEST_SUITE_P(
         CheckOutcome{"FirstByteChanged", "image.bin", AREA, 0, {}, kFailedAfterPause, {NOT_ACTUAL}, 1024},
         CheckOutcome{"MiddleByteChanged", "image.bin", AREA, 70000, {}, kFailedAfterPause, {NOT_ACTUAL}, 1024},
         CheckOutcome{"LastByteChanged", "image.bin", AREA, AREA - 1, {}, kFailedAfterPause, {NOT_ACTUAL}, 1024},
-        CheckOutcome{"ReadsBackWrong",
-                     "image.bin",
-                     AREA,
-                     -1,
-                     {"--fault", "flip:0x1ff00:0x80"},
-                     kFailedAfterPause,
-                     {NOT_ACTUAL},
-                     1024},
+        CheckOutcome{
+            "ReadsBackWrong", "image.bin", AREA, -1, fault("flip:0x1ff00:0x80"), kFailedAfterPause, {NOT_ACTUAL}, 1024},
         CheckOutcome{"LongerThanTheArea", "image.bin", AREA + 1, -1, {}, kFailedAfterPause, {NOT_ACTUAL}, 1024},
         CheckOutcome{"ImageIsAFolder", "folder.bin", FOLDER, -1, {}, kDone, {UP_TO_DATE}, 0},
-        CheckOutcome{"FirstPageFails", "image.bin", AREA, -1, {"--fault", "msg:1:EIO"}, kFailed, {EIO_LOG}, 1},
-        CheckOutcome{"LastPageFails", "image.bin", AREA, -1, {"--fault", "msg:1023:EIO"}, kFailed, {EIO_LOG}, 1023},
+        CheckOutcome{"FirstPageFails", "image.bin", AREA, -1, fault("msg:1:EIO"), kFailed, {EIO_LOG}, 1},
+        CheckOutcome{"LastPageFails", "image.bin", AREA, -1, fault("msg:1023:EIO"), kFailed, {EIO_LOG}, 1023},
         CheckOutcome{
-            "LastPollFails", "image.bin", AREA, -1, {"--fault", "msg:1024:EIO"}, kFailed, {EIO_LOG, NOT_READY}, 1024}),
+            "LastPollFails", "image.bin", AREA, -1, fault("msg:1024:EIO"), kFailed, {EIO_LOG, NOT_READY}, 1024}),
     [](const ::testing::TestParamInfo<CheckOutcome>& row) { return std::string(row.param.name); });
 
 }  // namespace
