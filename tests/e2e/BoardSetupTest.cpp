@@ -40,11 +40,9 @@ protected:
 
 TEST_F(BoardSetup, DeviceMelodyAndLine48AreSetUpInOrder)
 {
-    const RunResult first = checkErased();
-    expectSuccessfulRun(first);
-    // Line 48 left exported by the first run is released before it is
-    // exported again.
-    EXPECT_EQ(field(first.events("gpio_write"), "result")[0], "EINVAL") << "nothing to unexport on a fresh board";
+    // Line 48 left exported by a first run is released before it is exported
+    // again.
+    expectSuccessfulRun(checkErased());
     const RunResult run = checkErased();
     expectSuccessfulRun(run);
     EXPECT_TRUE(run.logRecords("ERROR").empty()) << run.log;
@@ -68,13 +66,12 @@ TEST_F(BoardSetup, DeviceMelodyAndLine48AreSetUpInOrder)
     ASSERT_EQ(field(melody, "req"), (std::vector<std::string>{"TYPE", "START_STOP", "START_STOP"}));
     EXPECT_EQ(field(melody, "bytes"), (std::vector<std::string>{"01000000d0070000", "01", "00"}));
     EXPECT_EQ(findEvent(run, run.indexOf(melody[0]), "sleep"), findEvent(run, run.indexOf(melody[2]), "sleep"));
-    ASSERT_EQ(run.events("melody_close").size(), 1U);
 
     // SPI set-up, melody cycle, and only then (on first use) line 48:
     // unexport, export, then its attributes.
     EXPECT_LT(run.indexOf(requests.back()), run.indexOf(run.events("melody_open")[0]));
     const std::vector<QJsonObject> writes = run.events("gpio_write");
-    EXPECT_LT(run.indexOf(run.events("melody_close")[0]), run.indexOf(writes[0]));
+    EXPECT_LT(run.indexOf(melody.back()), run.indexOf(writes[0]));
     ASSERT_GE(writes.size(), 4U);
     EXPECT_EQ(field({writes.begin(), writes.begin() + 4}, "path"),
               (std::vector<std::string>{"unexport", "export", "gpio48/active_low", "gpio48/direction"}));
