@@ -209,7 +209,6 @@ INSTANTIATE_TEST_SUITE_P(
     Outcomes, Read,
     ::testing::Values(
         ReadOutcome{"CutsALongerFile", "out.bin", {}, kDone, {SAVED}, 1024},
-        ReadOutcome{"Utf8Name", UTF8_NAME, {}, kDone, {SAVED}, 1024},
         ReadOutcome{"Latin1Name", LATIN1_NAME, {}, kDone, {SAVED}, 1024},
         ReadOutcome{"MissingFolder", "no/out.bin", {}, kFailedAfterPause, {NOT_SAVED}, 1024},
         ReadOutcome{"FirstPageFails", "out.bin", fault("msg:1:ETIMEDOUT"), kFailed, {ETIMEDOUT_LOG}, 1},

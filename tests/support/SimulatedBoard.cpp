@@ -34,15 +34,10 @@ RunResult SimulatedBoard::merivak(const std::vector<std::string>& arguments, con
     return run(merivakCommand(arguments), settings);
 }
 
-RunningProgram SimulatedBoard::start(const std::vector<std::string>& command, const RunSettings& settings) const
-{
-    return start(command, settings, "-" + std::to_string(++m_started));
-}
-
 RunningProgram SimulatedBoard::startMerivak(const std::vector<std::string>& arguments,
                                             const RunSettings& settings) const
 {
-    return start(merivakCommand(arguments), settings);
+    return start(merivakCommand(arguments), settings, "-" + std::to_string(++m_started));
 }
 
 RunningProgram SimulatedBoard::start(const std::vector<std::string>& command, const RunSettings& settings,
