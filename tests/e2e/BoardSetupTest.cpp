@@ -120,7 +120,7 @@ TEST_P(BoardSetupFault, IsLoggedAndTheToolGoesOnAsFarAsItCan)
     if (fault.works) {
         EXPECT_EQ(field(run.events("spi_ioctl"), "req"), SETUP_REQUESTS) << "every request is issued";
         expectSuccessfulRun(run);
-        EXPECT_EQ(messagesStarting(run, "03").size(), 512U);
+        EXPECT_EQ(messagesOfKind(run, MessageKind::Read).size(), 512U);
     } else {
         expectFailedRun(run);
         EXPECT_TRUE(run.logRecords("INFO").empty()) << "no verdict after a failed transfer";

@@ -6,33 +6,62 @@
 
 namespace boardtest {
 
-std::string layout(const QJsonObject& spiMessage)
+std::vector<Record> records(const QJsonObject& spiMessage)
 {
-    std::string line;
+    std::vector<Record> result;
     for (const QJsonValue& value : spiMessage.value(QStringLiteral("records")).toArray()) {
         const QJsonObject record = value.toObject();
-        const std::string tx = text(record.value(QStringLiteral("tx")));
-        line += (line.empty() ? "" : " ") + (tx == "null" ? "" : tx) +
-                (record.value(QStringLiteral("rx")).toBool() ? "?" : "");
-        line += "/" + text(record.value(QStringLiteral("len")));
-        line += integer(record.value(QStringLiteral("cs_change"))) != 0 ? "/cs" : "";
-        for (const char* setting : {"speed_hz", "delay_usecs", "bits_per_word"}) {
-            const std::int64_t number = integer(record.value(QLatin1String(setting)));
-            line += number != 0 ? "/" + std::string(setting) + "=" + std::to_string(number) : "";
-        }
+        const auto number = [&record](const char* key) {
+            return integer(record.value(QLatin1String(key)));
+        };
+        result.push_back(Record{text(record.value(QStringLiteral("tx"))), record.value(QStringLiteral("rx")).toBool(),
+                                number("len"), number("cs_change"), number("speed_hz"), number("delay_usecs"),
+                                number("bits_per_word")});
     }
-    return line;
+    return result;
 }
 
-std::vector<QJsonObject> messagesStarting(const RunResult& run, const std::string& prefix)
+MessageKind kindOf(const QJsonObject& spiMessage)
+{
+    const std::vector<Record> r = records(spiMessage);
+    if (r.size() == 2 && r[0].tx == "05") {
+        return MessageKind::Status;
+    }
+    if (r.size() == 2 || r.size() == 3) {
+        if (r[0].tx == "06") {
+            return r.size() == 2 ? MessageKind::Erase : MessageKind::Program;
+        }
+    }
+    if (r.size() == 2 && r[0].tx.size() == 8 && r[0].tx.compare(0, 2, "03") == 0) {
+        return MessageKind::Read;
+    }
+    return MessageKind::Other;
+}
+
+std::vector<QJsonObject> messagesOfKind(const RunResult& run, MessageKind kind)
 {
     std::vector<QJsonObject> found;
     for (const QJsonObject& message : run.spiMessages()) {
-        if (layout(message).compare(0, prefix.size(), prefix) == 0) {
+        if (kindOf(message) == kind) {
             found.push_back(message);
         }
     }
     return found;
+}
+
+std::string layout(const QJsonObject& spiMessage)
+{
+    std::string line;
+    for (const Record& r : records(spiMessage)) {
+        line += (line.empty() ? "" : " ") + (r.tx == "null" ? "" : r.tx) + (r.rx ? "?" : "") + "/" +
+                std::to_string(r.len) + (r.csChange != 0 ? "/cs" : "");
+        for (const auto& [name, value] :
+             {std::make_pair("speed_hz", r.speedHz), std::make_pair("delay_usecs", r.delayUsecs),
+              std::make_pair("bits_per_word", r.bitsPerWord)}) {
+            line += value != 0 ? "/" + std::string(name) + "=" + std::to_string(value) : "";
+        }
+    }
+    return line;
 }
 
 std::string pageAddress(std::uint8_t command, std::size_t page)
@@ -48,7 +77,7 @@ std::int64_t programMessageIndex(std::size_t page)
         const SimulatedBoard board;
         writeFile(board.path("two.bin"), Bytes(2 * 256, 0x00));
         std::vector<std::int64_t> indices;
-        for (const QJsonObject& message : messagesStarting(board.merivak({"write", "two.bin"}), "06/1/cs 02")) {
+        for (const QJsonObject& message : messagesOfKind(board.merivak({"write", "two.bin"}), MessageKind::Program)) {
             indices.push_back(integer(message.value(QStringLiteral("index"))));
         }
         return indices;

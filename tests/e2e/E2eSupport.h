@@ -14,14 +14,29 @@
 
 namespace boardtest {
 
+// One record of an spi_msg event, flattened for comparisons.
+struct Record {
+    std::string tx;  // hex of the bytes sent, "null" when nothing was sent
+    bool rx = false;
+    std::int64_t len = 0;
+    std::int64_t csChange = 0;
+    std::int64_t speedHz = 0;
+    std::int64_t delayUsecs = 0;
+    std::int64_t bitsPerWord = 0;
+};
+
+std::vector<Record> records(const QJsonObject& spiMessage);
+
+// What kind of flash message an spi_msg is, judged by its first bytes.
+enum class MessageKind { Status, Erase, Program, Read, Other };
+MessageKind kindOf(const QJsonObject& spiMessage);
+std::vector<QJsonObject> messagesOfKind(const RunResult& run, MessageKind kind);
+
 // The records of an spi_msg in one line: per record the bytes sent (hex) or
 // "?" for a read, "/len", "/cs" when chip select changes after it, and any
 // non-zero speed, delay or word size; records apart by a blank. Write Enable
 // then Chip Erase is "06/1/cs c7/1", a status poll "05/1 ?/1".
 std::string layout(const QJsonObject& spiMessage);
-// The spi_msg events whose layout starts with prefix ("05/" status polls,
-// "06/1/cs 02" page programs, "03" reads).
-std::vector<QJsonObject> messagesStarting(const RunResult& run, const std::string& prefix);
 // The address bytes of page (256 bytes each) after a command byte, in hex.
 std::string pageAddress(std::uint8_t command, std::size_t page);
 

@@ -244,7 +244,8 @@ TEST_P(Write, ProgramsThePagesBeforeAnyFailure)
         expected.resize(FLASH_CAPACITY, 0xFF);
         EXPECT_EQ(m_board.flash(), expected) << "not the programmed pages followed by erased bytes";
         const bool programFailed = row.options.size() == 2 && row.options[1].compare(0, 5, "msg:P") == 0;
-        EXPECT_EQ(messagesStarting(result, "06/1/cs 02").size(), (kept + PAGE - 1) / PAGE + (programFailed ? 1 : 0));
+        EXPECT_EQ(messagesOfKind(result, MessageKind::Program).size(),
+                  (kept + PAGE - 1) / PAGE + (programFailed ? 1 : 0));
     }
     const std::vector<QJsonObject> messages = result.spiMessages();
     if (messages.size() > 1 && text(messages[1].value(QStringLiteral("errno"))) == "null") {
