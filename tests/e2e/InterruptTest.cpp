@@ -118,13 +118,17 @@ TEST_P(Interrupted, ReleasesLine48LogsTheSignalAndExitsWith128PlusIt)
     }
 }
 
-// Each point once, each signal at least once.
+// Each point once, each signal at least once; the one-second fallback
+// looks the signal up anew, so it sees each signal.
 INSTANTIATE_TEST_SUITE_P(Points, Interrupted,
                          ::testing::Values(Interruption{"IntEraseWait", SIGINT, "SIGINT", Point::kEraseWait},
                                            Interruption{"TermProgramming", SIGTERM, "SIGTERM", Point::kProgramming},
                                            Interruption{"HupReadOut", SIGHUP, "SIGHUP", Point::kReadOut},
                                            Interruption{"QuitFifoOpen", SIGQUIT, "SIGQUIT", Point::kFifoOpen},
-                                           Interruption{"IntFifoRead", SIGINT, "SIGINT", Point::kFifoRead}),
+                                           Interruption{"IntFifoRead", SIGINT, "SIGINT", Point::kFifoRead},
+                                           Interruption{"TermFifoRead", SIGTERM, "SIGTERM", Point::kFifoRead},
+                                           Interruption{"HupFifoRead", SIGHUP, "SIGHUP", Point::kFifoRead},
+                                           Interruption{"QuitFifoRead", SIGQUIT, "SIGQUIT", Point::kFifoRead}),
                          [](const ::testing::TestParamInfo<Interruption>& row) { return std::string(row.param.name); });
 
 // The tool ignores SIGPIPE: its log file keeps every record.

@@ -8,8 +8,6 @@
 
 #include <sys/stat.h>
 
-#include <regex>
-
 using namespace boardtest;
 
 namespace {
@@ -73,14 +71,15 @@ protected:
         } else if (std::string(operation) != "read") {
             writeFile(m_board.path(file), m_image);
         }
-        std::smatch match;
         for (std::string& option : options) {
-            if (std::regex_match(option, match, std::regex("msg:([PQ]?)([0-9]+):(E[A-Z]+)"))) {
-                m_failing = std::stoll(match[2]);
-                if (match[1].length() > 0) {
-                    m_failing = programMessageIndex(static_cast<std::size_t>(m_failing)) + (match[1] == "Q" ? 1 : 0);
+            const std::size_t colon = option.find(':', 4);
+            if (option.compare(0, 4, "msg:") == 0 && option.find('+') == std::string::npos) {
+                const char page = option[4];
+                m_failing = std::stoll(option.substr(page == 'P' || page == 'Q' ? 5 : 4));
+                if (page == 'P' || page == 'Q') {
+                    m_failing = programMessageIndex(static_cast<std::size_t>(m_failing)) + (page == 'Q' ? 1 : 0);
                 }
-                m_errno = match[3];
+                m_errno = option.substr(colon + 1);
                 option = "msg:" + std::to_string(m_failing) + ":" + m_errno;
             }
         }
