@@ -65,6 +65,8 @@ RunningProgram SimulatedBoard::start(const std::vector<std::string>& command, co
     request.set.insert(request.set.end(), settings.environment.begin(), settings.environment.end());
     request.folder = m_folder;
     request.brokenOutput = settings.brokenStandardOutput;
+    // A run that hangs fails its test instead of holding up the suite.
+    request.timeoutSeconds = 120;
     return RunningProgram(testsupport::startProcess(request), tracePath, summaryPath, logFolder);
 }
 
