@@ -22,21 +22,6 @@ namespace {
 
 std::string g_self;
 
-using ChildRun = testsupport::ProcessResult;
-
-// Starts this program again as "argv0 --child" with extra environment
-// entries (and without LD_PRELOAD) and collects its exit status and output.
-ChildRun runChild(const std::string& argv0, const std::vector<std::pair<std::string, std::string>>& extraEnv)
-{
-    testsupport::ProcessRequest request;
-    request.argv = {argv0, "--child"};
-    request.set = extraEnv;
-    request.unset = {"LD_PRELOAD"};
-    request.program = g_self;
-    request.timeoutSeconds = 60;
-    return testsupport::runProcess(request);
-}
-
 // The child: reports what it sees.
 int childMain(const char* argv0)
 {
@@ -49,34 +34,41 @@ int childMain(const char* argv0)
     return 7;
 }
 
-TEST(SpawnedProgram, KeepsItsArgv0AndExitStatus)
-{
-    const ChildRun run = runChild("renamed-child", {});
-    EXPECT_EQ(run.status(), 7);
-    EXPECT_NE(run.out.find("argv0=renamed-child\n"), std::string::npos) << run.out;
-    EXPECT_NE(run.out.find("marker=0\n"), std::string::npos) << run.out;
-    EXPECT_NE(run.out.find("exe=" + g_self + "\n"), std::string::npos) << run.out;
-    EXPECT_EQ(run.err, "");
-}
+// This program started again as "argv0 --child" with extra environment
+// entries (and without an inherited LD_PRELOAD).
+struct Spawn {
+    const char* argv0;
+    std::vector<std::pair<std::string, std::string>> environment;
+    int marker;
+};
 
-TEST(SpawnedProgram, GetsThePreloadedLibraryInItsOwnLoader)
+class SpawnedProgram : public ::testing::TestWithParam<Spawn> {};
+
+TEST_P(SpawnedProgram, RunsWithItsArgv0WordSizeAndPreloadAndACleanStandardError)
 {
-    // In an AddressSanitizer build the preloaded library would come before
-    // the sanitizer's runtime, which the runtime refuses by default.
-    const ChildRun run = runChild("preloaded-child",
-                                  {{"LD_PRELOAD", PRELOAD_MARKER_PATH}, {"ASAN_OPTIONS", "verify_asan_link_order=0"}});
+    testsupport::ProcessRequest request;
+    request.argv = {GetParam().argv0, "--child"};
+    request.set = GetParam().environment;
+    request.unset = {"LD_PRELOAD"};
+    request.program = g_self;
+    request.timeoutSeconds = 60;
+    const testsupport::ProcessResult run = testsupport::runProcess(request);
     EXPECT_EQ(run.status(), 7);
-    EXPECT_NE(run.out.find("marker=4711\n"), std::string::npos) << run.out;
+    EXPECT_EQ(run.out, "argv0=" + std::string(GetParam().argv0) + "\nmarker=" + std::to_string(GetParam().marker) +
+                           "\nexe=" + g_self + "\nlong=" + std::to_string(sizeof(long)) + "\n");
     // A preload handed to the emulator's own loader would show up here as a
     // "cannot be preloaded (wrong ELF class)" complaint.
     EXPECT_EQ(run.err, "");
 }
 
-TEST(SpawnedProgram, HasTheSameWordSizeAsItsParent)
-{
-    const ChildRun run = runChild("child", {});
-    EXPECT_NE(run.out.find("long=" + std::to_string(sizeof(long)) + "\n"), std::string::npos) << run.out;
-}
+// In an AddressSanitizer build the preloaded library would come before the
+// sanitizer's runtime, which the runtime refuses by default.
+INSTANTIATE_TEST_SUITE_P(Children, SpawnedProgram,
+                         ::testing::Values(Spawn{"renamed-child", {}, 0},
+                                           Spawn{"preloaded-child",
+                                                 {{"LD_PRELOAD", PRELOAD_MARKER_PATH},
+                                                  {"ASAN_OPTIONS", "verify_asan_link_order=0"}},
+                                                 4711}));
 
 }  // namespace
 

@@ -1,31 +1,22 @@
 // SPDX-License-Identifier: MIT
 #include "E2eSupport.h"
 
+#include <chrono>
+#include <thread>
+
 namespace boardtest {
-
-namespace {
-
-std::int64_t number(const QJsonObject& object, const char* key)
-{
-    return integer(object.value(QLatin1String(key)));
-}
-
-}  // namespace
 
 std::vector<Record> records(const QJsonObject& spiMessage)
 {
     std::vector<Record> result;
     for (const QJsonValue& value : spiMessage.value(QStringLiteral("records")).toArray()) {
         const QJsonObject record = value.toObject();
-        Record flat;
-        flat.tx = text(record.value(QStringLiteral("tx")));
-        flat.rx = record.value(QStringLiteral("rx")).toBool();
-        flat.len = number(record, "len");
-        flat.csChange = number(record, "cs_change");
-        flat.speedHz = number(record, "speed_hz");
-        flat.delayUsecs = number(record, "delay_usecs");
-        flat.bitsPerWord = number(record, "bits_per_word");
-        result.push_back(flat);
+        const auto number = [&record](const char* key) {
+            return integer(record.value(QLatin1String(key)));
+        };
+        result.push_back(Record{text(record.value(QStringLiteral("tx"))), record.value(QStringLiteral("rx")).toBool(),
+                                number("len"), number("cs_change"), number("speed_hz"), number("delay_usecs"),
+                                number("bits_per_word")});
     }
     return result;
 }
@@ -36,11 +27,10 @@ MessageKind kindOf(const QJsonObject& spiMessage)
     if (r.size() == 2 && r[0].tx == "05") {
         return MessageKind::Status;
     }
-    if (r.size() == 2 && r[0].tx == "06") {
-        return MessageKind::Erase;
-    }
-    if (r.size() == 3 && r[0].tx == "06") {
-        return MessageKind::Program;
+    if (r.size() == 2 || r.size() == 3) {
+        if (r[0].tx == "06") {
+            return r.size() == 2 ? MessageKind::Erase : MessageKind::Program;
+        }
     }
     if (r.size() == 2 && r[0].tx.size() == 8 && r[0].tx.compare(0, 2, "03") == 0) {
         return MessageKind::Read;
@@ -59,23 +49,91 @@ std::vector<QJsonObject> messagesOfKind(const RunResult& run, MessageKind kind)
     return found;
 }
 
-int traceIndex(const RunResult& run, const QJsonObject& event)
+std::string layout(const QJsonObject& spiMessage)
 {
-    return run.indexOf(event);
+    std::string line;
+    for (const Record& r : records(spiMessage)) {
+        line += (line.empty() ? "" : " ") + (r.tx == "null" ? "" : r.tx) + (r.rx ? "?" : "") + "/" +
+                std::to_string(r.len) + (r.csChange != 0 ? "/cs" : "");
+        for (const auto& [name, value] :
+             {std::make_pair("speed_hz", r.speedHz), std::make_pair("delay_usecs", r.delayUsecs),
+              std::make_pair("bits_per_word", r.bitsPerWord)}) {
+            line += value != 0 ? "/" + std::string(name) + "=" + std::to_string(value) : "";
+        }
+    }
+    return line;
+}
+
+std::string pageAddress(std::uint8_t command, std::size_t page)
+{
+    const std::size_t address = page * 256;
+    return hex({command, static_cast<std::uint8_t>(address >> 16), static_cast<std::uint8_t>(address >> 8),
+                static_cast<std::uint8_t>(address)});
+}
+
+std::int64_t programMessageIndex(std::size_t page)
+{
+    static const std::vector<std::int64_t> firstTwo = [] {
+        const SimulatedBoard board;
+        writeFile(board.path("two.bin"), Bytes(2 * 256, 0x00));
+        std::vector<std::int64_t> indices;
+        for (const QJsonObject& message : messagesOfKind(board.merivak({"write", "two.bin"}), MessageKind::Program)) {
+            indices.push_back(integer(message.value(QStringLiteral("index"))));
+        }
+        return indices;
+    }();
+    return firstTwo.size() != 2 ? -1 : firstTwo[0] + static_cast<std::int64_t>(page) * (firstTwo[1] - firstTwo[0]);
 }
 
 int findEvent(const RunResult& run, int from, const char* ev, const char* field, const std::string& value)
 {
     for (std::size_t i = static_cast<std::size_t>(std::max(from, 0)); i < run.trace.size(); ++i) {
         const QJsonObject& event = run.trace[i];
-        if (event.value(QStringLiteral("ev")).toString() != QLatin1String(ev)) {
-            continue;
-        }
-        if (field == nullptr || text(event.value(QLatin1String(field))) == value) {
+        if (text(event.value(QStringLiteral("ev"))) == ev &&
+            (field == nullptr || text(event.value(QLatin1String(field))) == value)) {
             return static_cast<int>(i);
         }
     }
     return -1;
+}
+
+bool releasePauseBetween(const RunResult& run, int from, int to)
+{
+    for (int i = findEvent(run, from, "sleep", "us", "1000"); i >= 0 && i < to;
+         i = findEvent(run, i + 1, "sleep", "us", "1000")) {
+        if (text(run.trace[static_cast<std::size_t>(i)].value(QStringLiteral("call"))) == "usleep") {
+            return true;
+        }
+    }
+    return false;
+}
+
+int lastRelease(const RunResult& run)
+{
+    const std::vector<QJsonObject> writes = run.gpioWrites("gpio48/value");
+    for (auto it = writes.rbegin(); it != writes.rend(); ++it) {
+        if (text(it->value(QStringLiteral("data"))) == "1") {
+            return run.indexOf(*it);
+        }
+    }
+    return -1;
+}
+
+bool waitForHolds(const RunningProgram& program, std::size_t holds)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (std::chrono::steady_clock::now() < deadline) {
+        std::size_t seen = 0;
+        for (const QJsonObject& event : program.traceSoFar()) {
+            seen += text(event.value(QStringLiteral("path"))) == "gpio48/value" &&
+                    text(event.value(QStringLiteral("data"))) == "0";
+        }
+        if (seen >= holds) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return false;
 }
 
 void expectDspHeldOffDuringTransfersAndReleased(const RunResult& run)
@@ -88,33 +146,29 @@ void expectDspHeldOffDuringTransfersAndReleased(const RunResult& run)
     const auto levels = run.lineLevels(48);
     ASSERT_FALSE(levels.empty()) << "line 48 was never driven\n" << run.describe();
     EXPECT_EQ(levels.back().second, 1) << "line 48 was left at 0: the DSP cannot boot";
-    const std::vector<QJsonObject> writes = run.gpioWrites("gpio48/value");
-    ASSERT_FALSE(writes.empty());
-    EXPECT_EQ(text(writes.back().value(QStringLiteral("data"))), "1");
 }
 
 void expectHardwareUntouched(const RunResult& run)
 {
-    for (const char* ev :
-         {"spi_open", "spi_ioctl", "spi_msg", "gpio_open", "gpio_write", "gpio_read", "melody_open", "melody_ioctl"}) {
+    for (const char* ev : {"spi_open", "spi_ioctl", "spi_msg", "gpio_open", "gpio_write", "melody_open", "sleep"}) {
         EXPECT_TRUE(run.events(ev).empty()) << ev << " events in a run that must not touch the board";
     }
-    EXPECT_EQ(run.logMessages().size(), 0U) << "nothing reached the hardware, so nothing is logged\n" << run.log;
+    EXPECT_EQ(run.log, "") << "nothing reached the hardware, so nothing is logged";
 }
 
 void expectSuccessfulRun(const RunResult& run)
 {
     EXPECT_EQ(run.status, 0) << run.describe();
     EXPECT_EQ(run.plainOutLines(), std::vector<std::string>{"Waiting till DSP is started..."}) << run.describe();
+    const std::string waiting = "Waiting till DSP is started...\n";
+    EXPECT_EQ(run.out.substr(run.out.size() - std::min(run.out.size(), waiting.size())), waiting)
+        << "the waiting line comes after every log record";
     EXPECT_EQ(run.err, "");
-    const std::vector<QJsonObject> sleeps = run.events("sleep");
-    ASSERT_FALSE(sleeps.empty());
-    const QJsonObject& last = sleeps.back();
-    EXPECT_EQ(text(last.value(QStringLiteral("call"))), "sleep");
-    EXPECT_EQ(integer(last.value(QStringLiteral("us"))), 5000000);
-    EXPECT_EQ(text(last.value(QStringLiteral("thread"))), "main");
-    EXPECT_TRUE(last.value(QStringLiteral("virtual")).toBool());
-    EXPECT_GE(run.boardTimeNs(), 5000000000LL);
+    // The 5-second pause comes last, once the DSP is released.
+    const int pause = findEvent(run, lastRelease(run), "sleep", "us", "5000000");
+    ASSERT_GT(pause, 0) << run.describe();
+    EXPECT_TRUE(run.trace[static_cast<std::size_t>(pause)].value(QStringLiteral("virtual")).toBool());
+    EXPECT_EQ(findEvent(run, pause + 1, "sleep"), -1);
     EXPECT_EQ(run.violationsTotal(), 0) << run.describe();
     expectDspHeldOffDuringTransfersAndReleased(run);
 }
@@ -124,34 +178,8 @@ void expectFailedRun(const RunResult& run)
     EXPECT_EQ(run.status, 1) << run.describe();
     EXPECT_TRUE(run.plainOutLines().empty()) << run.describe();
     EXPECT_EQ(run.err, "") << "the driver's log explains a failure, not the terminal";
-    for (const QJsonObject& sleep : run.events("sleep")) {
-        EXPECT_NE(integer(sleep.value(QStringLiteral("us"))), 5000000) << "no DSP start pause after a failure";
-    }
+    EXPECT_EQ(findEvent(run, 0, "sleep", "us", "5000000"), -1) << "no DSP start pause after a failure";
     expectDspHeldOffDuringTransfersAndReleased(run);
-}
-
-bool releasePauseBetween(const RunResult& run, int from, int to)
-{
-    for (int i = std::max(from, 0); i < to && i < static_cast<int>(run.trace.size()); ++i) {
-        const QJsonObject& event = run.trace[static_cast<std::size_t>(i)];
-        if (event.value(QStringLiteral("ev")).toString() == QLatin1String("sleep") &&
-            text(event.value(QStringLiteral("call"))) == "usleep" &&
-            integer(event.value(QStringLiteral("us"))) == 1000) {
-            return true;
-        }
-    }
-    return false;
-}
-
-int lastRelease(const RunResult& run)
-{
-    const std::vector<QJsonObject> writes = run.gpioWrites("gpio48/value");
-    for (auto it = writes.rbegin(); it != writes.rend(); ++it) {
-        if (text(it->value(QStringLiteral("data"))) == "1") {
-            return traceIndex(run, *it);
-        }
-    }
-    return -1;
 }
 
 }  // namespace boardtest

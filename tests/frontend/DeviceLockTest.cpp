@@ -3,13 +3,12 @@
 // unavailable as flock and the lock folder decide.
 
 #include "DeviceLock.h"
+#include "TempFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <unistd.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <string>
 
 using frontend::DeviceLock;
@@ -35,46 +34,25 @@ INSTANTIATE_TEST_SUITE_P(Devices, LockFileName,
                                            NameCase{"_2F", "merivak-_5F2F.lock"},
                                            NameCase{"@[`{ /:\xff", "merivak-_40_5B_60_7B_20_2F_3A_FF.lock"}));
 
-class DeviceLockFolder : public ::testing::Test {
-protected:
-    void SetUp() override
+// One lock folder: a second lock on a device is busy and names its holder,
+// other devices are not held up, a lock is free again once its holder is
+// gone, and a missing folder makes the lock unavailable with a reason.
+TEST(DeviceLockFolder, LockIsAcquiredBusyOrUnavailable)
+{
+    const testsupport::TempFolder folder("merivak-lock");
     {
-        char pattern[] = "/tmp/merivak-lock-XXXXXX";
-        ASSERT_NE(::mkdtemp(pattern), nullptr);
-        m_folder = pattern;
+        const DeviceLock first("/dev/spidev0.0", folder.path());
+        ASSERT_EQ(first.state(), DeviceLock::State::kAcquired) << first.reason();
+        EXPECT_EQ(DeviceLock("/dev/spidev1.0", folder.path()).state(), DeviceLock::State::kAcquired);
+        const DeviceLock second("/dev/spidev0.0", folder.path());
+        EXPECT_EQ(second.state(), DeviceLock::State::kBusy);
+        EXPECT_EQ(second.holderPid(), ::getpid());
     }
-    void TearDown() override { std::filesystem::remove_all(m_folder); }
-
-    std::string m_folder;
-};
-
-TEST_F(DeviceLockFolder, SecondLockOnTheSameDeviceIsBusyAndNamesTheHolder)
-{
-    const DeviceLock first("/dev/spidev0.0", m_folder);
-    ASSERT_EQ(first.state(), DeviceLock::State::kAcquired) << first.reason();
-    const DeviceLock otherDevice("/dev/spidev1.0", m_folder);
-    EXPECT_EQ(otherDevice.state(), DeviceLock::State::kAcquired);
-
-    const DeviceLock second("/dev/spidev0.0", m_folder);
-    EXPECT_EQ(second.state(), DeviceLock::State::kBusy);
-    EXPECT_EQ(second.holderPid(), ::getpid());
-}
-
-TEST_F(DeviceLockFolder, LockIsFreeAgainOnceItsHolderIsGone)
-{
-    {
-        const DeviceLock first("/dev/spidev0.0", m_folder);
-    }
-    const DeviceLock again("/dev/spidev0.0", m_folder);
-    EXPECT_EQ(again.state(), DeviceLock::State::kAcquired);
-}
-
-TEST_F(DeviceLockFolder, MissingFolderMakesTheLockUnavailableWithAReason)
-{
-    const DeviceLock lock("/dev/spidev0.0", m_folder + "/missing");
+    EXPECT_EQ(DeviceLock("/dev/spidev0.0", folder.path()).state(), DeviceLock::State::kAcquired);
+    const DeviceLock lock("/dev/spidev0.0", folder.path("missing"));
     EXPECT_EQ(lock.state(), DeviceLock::State::kUnavailable);
     EXPECT_EQ(lock.reason(),
-              "open " + m_folder + "/missing/merivak-_2Fdev_2Fspidev0.0.lock: No such file or directory");
+              "open " + folder.path("missing") + "/merivak-_2Fdev_2Fspidev0.0.lock: No such file or directory");
 }
 
 }  // namespace

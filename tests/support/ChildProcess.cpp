@@ -11,8 +11,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
-#include <sstream>
 #include <utility>
 
 extern char** environ;
@@ -20,28 +20,23 @@ extern char** environ;
 namespace testsupport {
 namespace {
 
-bool dropped(const std::string& entry, const ProcessRequest& request)
-{
-    const std::string name = entry.substr(0, entry.find('='));
-    for (const auto& variable : request.set) {
-        if (variable.first == name) {
-            return true;
-        }
-    }
-    for (const std::string& pattern : request.unset) {
-        const bool prefix = !pattern.empty() && pattern.back() == '*';
-        if (prefix ? name.compare(0, pattern.size() - 1, pattern, 0, pattern.size() - 1) == 0 : name == pattern) {
-            return true;
-        }
-    }
-    return false;
-}
-
+// The inherited environment less the variables to drop or replace, then the
+// ones to set.
 std::vector<std::string> environmentOf(const ProcessRequest& request)
 {
     std::vector<std::string> entries;
     for (char** entry = environ; *entry != nullptr; ++entry) {
-        if (!dropped(*entry, request)) {
+        const std::string name = std::string(*entry).substr(0, std::string(*entry).find('='));
+        bool dropped = false;
+        for (const auto& variable : request.set) {
+            dropped = dropped || variable.first == name;
+        }
+        for (const std::string& pattern : request.unset) {
+            const bool prefix = !pattern.empty() && pattern.back() == '*';
+            dropped = dropped || (prefix ? name.compare(0, pattern.size() - 1, pattern, 0, pattern.size() - 1) == 0
+                                         : name == pattern);
+        }
+        if (!dropped) {
             entries.emplace_back(*entry);
         }
     }
@@ -66,17 +61,12 @@ std::vector<char*> pointers(std::vector<std::string>& texts)
 int waitFor(pid_t child, int timeoutSeconds, bool& timedOut)
 {
     int status = 0;
-    if (timeoutSeconds <= 0) {
-        while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
-        }
-        return status;
-    }
     for (long step = 0;; ++step) {
         const pid_t done = ::waitpid(child, &status, WNOHANG);
         if (done == child || (done < 0 && errno != EINTR)) {
             return status;
         }
-        if (step == timeoutSeconds * 100L) {
+        if (timeoutSeconds > 0 && step == timeoutSeconds * 100L) {
             timedOut = true;
             ::kill(child, SIGKILL);
         }
@@ -88,12 +78,8 @@ int waitFor(pid_t child, int timeoutSeconds, bool& timedOut)
 
 std::string ProcessResult::describe() const
 {
-    std::ostringstream text;
-    text << (timedOut ? "timed out, " : "") << (exited ? "exit " : "signal ") << (exited ? exitCode : signal)
-         << "\n--- stdout\n"
-         << out << "--- stderr\n"
-         << err;
-    return text.str();
+    return std::string(timedOut ? "timed out, " : "") + (exited ? "exit " : "signal ") +
+           std::to_string(exited ? exitCode : signal) + "\n--- stdout\n" + out + "--- stderr\n" + err;
 }
 
 RunningProcess::RunningProcess() = default;
@@ -130,10 +116,7 @@ RunningProcess startProcess(const ProcessRequest& request)
     // standard output, and this process closes both once it started.
     int ends[2] = {-1, -1};
     if (request.brokenOutput && ::pipe2(ends, O_CLOEXEC) != 0) {
-        running.m_result.exited = true;
-        running.m_result.exitCode = 126;
-        running.m_result.err = std::string("cannot make a pipe: ") + std::strerror(errno);
-        return running;
+        std::abort();  // without the pipe nothing the test does is meaningful
     }
 
     posix_spawn_file_actions_t actions;
@@ -156,9 +139,8 @@ RunningProcess startProcess(const ProcessRequest& request)
     const std::string program = !request.program.empty() ? request.program
                                 : request.argv.empty()   ? ""
                                                          : request.argv[0];
-    const bool search = program.find('/') == std::string::npos;
-    const int spawnError = search ? ::posix_spawnp(&child, program.c_str(), &actions, nullptr, argv.data(), envp.data())
-                                  : ::posix_spawn(&child, program.c_str(), &actions, nullptr, argv.data(), envp.data());
+    // A name without '/' is looked up on PATH, a path is run as it is.
+    const int spawnError = ::posix_spawnp(&child, program.c_str(), &actions, nullptr, argv.data(), envp.data());
     posix_spawn_file_actions_destroy(&actions);
     if (request.brokenOutput) {
         ::close(ends[0]);

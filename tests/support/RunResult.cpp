@@ -7,9 +7,9 @@
 #include <QJsonDocument>
 #include <QJsonValue>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <stdexcept>
 
@@ -17,14 +17,11 @@ namespace boardtest {
 
 namespace {
 
-namespace fs = std::filesystem;
-
 std::vector<std::string> splitLines(const std::string& text)
 {
     std::vector<std::string> lines;
     std::istringstream in(text);
-    std::string line;
-    while (std::getline(in, line)) {
+    for (std::string line; std::getline(in, line);) {
         lines.push_back(line);
     }
     return lines;
@@ -35,32 +32,35 @@ bool startsWith(const std::string& text, const std::string& prefix)
     return text.compare(0, prefix.size(), prefix) == 0;
 }
 
-// A log record line starts with its level name and " P:".
-bool isLogRecord(const std::string& line, std::string* level = nullptr)
+// The level of a log record line ("ERROR", ...), which starts with its level
+// name and " P:"; empty for any other line.
+std::string levelOf(const std::string& line)
 {
-    static const char* const LEVELS[] = {"FATAL", "ERROR", "WARN", "INFO", "DEBUG", "TRACE"};
-    for (const char* name : LEVELS) {
+    for (const char* name : {"FATAL", "ERROR", "WARN", "INFO", "DEBUG", "TRACE"}) {
         if (startsWith(line, std::string(name) + " P:")) {
-            if (level != nullptr) {
-                *level = name;
-            }
-            return true;
+            return name;
         }
     }
-    return false;
+    return "";
 }
 
-// The message of a record: what follows the elapsed-seconds prefix.
-std::string recordMessage(const std::string& line)
+// The messages of the log records of a level ("" for any) that start with
+// messageStart: what follows the elapsed-seconds prefix.
+std::vector<std::string> messages(const std::string& log, const std::string& level, const std::string& messageStart)
 {
-    const std::string marker = " sec] - ";
-    const std::size_t at = line.find(marker);
-    return at == std::string::npos ? std::string() : line.substr(at + marker.size());
+    std::vector<std::string> found;
+    for (const std::string& line : splitLines(log)) {
+        const std::string lineLevel = levelOf(line);
+        const std::size_t at = line.find(" sec] - ");
+        const std::string message = at == std::string::npos ? "" : line.substr(at + 8);
+        if (!lineLevel.empty() && (level.empty() || lineLevel == level) && startsWith(message, messageStart)) {
+            found.push_back(message);
+        }
+    }
+    return found;
 }
 
 }  // namespace
-
-// ---- RunResult -------------------------------------------------------------
 
 std::vector<QJsonObject> RunResult::events(const char* ev) const
 {
@@ -75,12 +75,8 @@ std::vector<QJsonObject> RunResult::events(const char* ev) const
 
 int RunResult::indexOf(const QJsonObject& event) const
 {
-    for (std::size_t i = 0; i < trace.size(); ++i) {
-        if (trace[i] == event) {
-            return static_cast<int>(i);
-        }
-    }
-    return -1;
+    const auto at = std::find(trace.begin(), trace.end(), event);
+    return at == trace.end() ? -1 : static_cast<int>(at - trace.begin());
 }
 
 std::vector<QJsonObject> RunResult::gpioWrites(const std::string& prefix) const
@@ -98,7 +94,7 @@ std::vector<std::string> RunResult::plainOutLines() const
 {
     std::vector<std::string> plain;
     for (const std::string& line : splitLines(out)) {
-        if (!isLogRecord(line)) {
+        if (levelOf(line).empty()) {
             plain.push_back(line);
         }
     }
@@ -107,42 +103,21 @@ std::vector<std::string> RunResult::plainOutLines() const
 
 std::vector<std::string> RunResult::logRecords(const std::string& level, const std::string& messageStart) const
 {
-    std::vector<std::string> found;
-    for (const std::string& line : splitLines(log)) {
-        std::string lineLevel;
-        if (isLogRecord(line, &lineLevel) && lineLevel == level) {
-            const std::string message = recordMessage(line);
-            if (startsWith(message, messageStart)) {
-                found.push_back(message);
-            }
-        }
-    }
-    return found;
+    return messages(log, level, messageStart);
 }
 
 std::vector<std::string> RunResult::logMessages() const
 {
-    std::vector<std::string> found;
-    for (const std::string& line : splitLines(log)) {
-        if (isLogRecord(line)) {
-            found.push_back(recordMessage(line));
-        }
-    }
-    return found;
+    return messages(log, "", "");
 }
 
 std::vector<std::pair<std::int64_t, int>> RunResult::lineLevels(int line) const
 {
     std::vector<std::pair<std::int64_t, int>> levels;
-    const QJsonArray changes = summary.value(QStringLiteral("gpio"))
-                                   .toObject()
-                                   .value(QStringLiteral("lines"))
-                                   .toObject()
-                                   .value(QString::number(line))
-                                   .toArray();
-    for (const QJsonValue& change : changes) {
-        const QJsonArray pair = change.toArray();
-        levels.emplace_back(integer(pair.at(0)), static_cast<int>(integer(pair.at(1))));
+    const QJsonObject lines =
+        summary.value(QStringLiteral("gpio")).toObject().value(QStringLiteral("lines")).toObject();
+    for (const QJsonValue& change : lines.value(QString::number(line)).toArray()) {
+        levels.emplace_back(integer(change.toArray().at(0)), static_cast<int>(integer(change.toArray().at(1))));
     }
     return levels;
 }
@@ -154,19 +129,13 @@ std::int64_t RunResult::boardTimeNs() const
 
 int RunResult::violationsTotal() const
 {
-    const QJsonValue total = summary.value(QStringLiteral("violations_total"));
-    return total.isUndefined() ? -1 : static_cast<int>(integer(total));
+    return static_cast<int>(integer(summary.value(QStringLiteral("violations_total"))));
 }
 
 std::string RunResult::describe() const
 {
-    std::ostringstream text;
-    text << "status " << status << "\n--- stdout\n"
-         << out << "--- stderr\n"
-         << err << "--- log\n"
-         << log << "--- summary\n"
-         << QJsonDocument(summary).toJson(QJsonDocument::Compact).toStdString() << "\n";
-    return text.str();
+    return "status " + std::to_string(status) + "\n--- stdout\n" + out + "--- stderr\n" + err + "--- log\n" + log +
+           "--- summary\n" + QJsonDocument(summary).toJson(QJsonDocument::Compact).toStdString() + "\n";
 }
 
 bool RunResult::readTrace(const std::string& path)
@@ -174,12 +143,11 @@ bool RunResult::readTrace(const std::string& path)
     trace.clear();
     bool parsed = true;
     for (const std::string& line : splitLines(testsupport::readText(path))) {
-        if (line.empty()) {
-            continue;
-        }
         QJsonParseError error{};
-        trace.push_back(QJsonDocument::fromJson(QByteArray::fromStdString(line), &error).object());
-        parsed = parsed && error.error == QJsonParseError::NoError;
+        if (!line.empty()) {
+            trace.push_back(QJsonDocument::fromJson(QByteArray::fromStdString(line), &error).object());
+            parsed = parsed && error.error == QJsonParseError::NoError;
+        }
     }
     return parsed;
 }
@@ -189,12 +157,10 @@ void RunResult::readSummary(const std::string& path)
     summary = QJsonDocument::fromJson(QByteArray::fromStdString(testsupport::readText(path))).object();
 }
 
-// ---- helpers -----------------------------------------------------------------
-
 Bytes readFile(const std::string& path)
 {
-    std::ifstream in(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    const std::string content = testsupport::readText(path);
+    return Bytes(content.begin(), content.end());
 }
 
 void writeFile(const std::string& path, const Bytes& content)
@@ -209,7 +175,7 @@ void writeFile(const std::string& path, const Bytes& content)
 bool fileExists(const std::string& path)
 {
     std::error_code ignored;
-    return fs::exists(path, ignored);
+    return std::filesystem::exists(path, ignored);
 }
 
 Bytes patternBytes(std::size_t size, std::uint32_t seed)
@@ -243,19 +209,16 @@ std::string hex(std::initializer_list<std::uint8_t> bytes)
 
 std::string text(const QJsonValue& value)
 {
-    if (value.isNull() || value.isUndefined()) {
-        return "null";
-    }
     if (value.isString()) {
         return value.toString().toStdString();
-    }
-    if (value.isBool()) {
-        return value.toBool() ? "true" : "false";
     }
     if (value.isDouble()) {
         return std::to_string(integer(value));
     }
-    return QJsonDocument(value.toObject()).toJson(QJsonDocument::Compact).toStdString();
+    if (value.isBool()) {
+        return value.toBool() ? "true" : "false";
+    }
+    return value.isObject() ? QJsonDocument(value.toObject()).toJson(QJsonDocument::Compact).toStdString() : "null";
 }
 
 std::int64_t integer(const QJsonValue& value)

@@ -3,10 +3,7 @@
 
 #include "ChildProcess.h"
 
-#include <QJsonDocument>
-
 #include <filesystem>
-#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -14,11 +11,18 @@ namespace boardtest {
 
 namespace fs = std::filesystem;
 
-SimulatedBoard::SimulatedBoard()
-    : m_folder(m_root.path()), m_stateFolder(m_root.path("board")), m_logFolder(m_root.path("log"))
+namespace {
+
+std::vector<std::string> merivakCommand(const std::vector<std::string>& arguments)
 {
-    fs::create_directory(m_logFolder);
+    std::vector<std::string> command = {MERIVAK_BINARY};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return command;
 }
+
+}  // namespace
+
+SimulatedBoard::SimulatedBoard() : m_folder(m_root.path()), m_stateFolder(m_root.path("board")) {}
 
 RunResult SimulatedBoard::run(const std::vector<std::string>& command, const RunSettings& settings) const
 {
@@ -27,54 +31,42 @@ RunResult SimulatedBoard::run(const std::vector<std::string>& command, const Run
 
 RunResult SimulatedBoard::merivak(const std::vector<std::string>& arguments, const RunSettings& settings) const
 {
-    std::vector<std::string> command = {MERIVAK_BINARY};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    return run(command, settings);
-}
-
-RunningProgram SimulatedBoard::start(const std::vector<std::string>& command, const RunSettings& settings) const
-{
-    return start(command, settings, "-" + std::to_string(++m_started));
+    return run(merivakCommand(arguments), settings);
 }
 
 RunningProgram SimulatedBoard::startMerivak(const std::vector<std::string>& arguments,
                                             const RunSettings& settings) const
 {
-    std::vector<std::string> command = {MERIVAK_BINARY};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    return start(command, settings);
+    return start(merivakCommand(arguments), settings, "-" + std::to_string(++m_started));
 }
 
 RunningProgram SimulatedBoard::start(const std::vector<std::string>& command, const RunSettings& settings,
                                      const std::string& suffix) const
 {
-    const std::string tracePath = m_folder + "/trace" + suffix + ".jsonl";
-    const std::string summaryPath = m_folder + "/summary" + suffix + ".json";
-    const std::string logFolder = m_logFolder + suffix;
-
+    const std::string tracePath = path("trace" + suffix + ".jsonl");
+    const std::string summaryPath = path("summary" + suffix + ".json");
     // Each run gets a log of its own.
+    const std::string logFolder = path("log" + suffix);
     std::error_code ignored;
+    fs::remove_all(logFolder, ignored);
     fs::create_directory(logFolder, ignored);
-    for (const auto& entry : fs::directory_iterator(logFolder, ignored)) {
-        fs::remove_all(entry.path(), ignored);
-    }
     fs::remove(tracePath, ignored);
     fs::remove(summaryPath, ignored);
 
-    std::vector<std::string> argv = {BOARDSIM_BINARY, "--state",   m_stateFolder, "--trace",
-                                     tracePath,       "--summary", summaryPath,   "--quiet"};
-    argv.insert(argv.end(), settings.simulatorOptions.begin(), settings.simulatorOptions.end());
-    argv.push_back("--");
-    argv.insert(argv.end(), command.begin(), command.end());
-
     testsupport::ProcessRequest request;
-    request.argv = argv;
+    request.argv = {BOARDSIM_BINARY, "--state",   m_stateFolder, "--trace",
+                    tracePath,       "--summary", summaryPath,   "--quiet"};
+    request.argv.insert(request.argv.end(), settings.simulatorOptions.begin(), settings.simulatorOptions.end());
+    request.argv.push_back("--");
+    request.argv.insert(request.argv.end(), command.begin(), command.end());
     // Settings of the caller's shell must not steer the tool or the board.
     request.unset = {"LOG4CPLUS_*", "SPI_BUS_DEVICE", "BOARDSIM_*"};
     request.set = {{"LOG4CPLUS_FILE_DIR", logFolder}};
     request.set.insert(request.set.end(), settings.environment.begin(), settings.environment.end());
     request.folder = m_folder;
     request.brokenOutput = settings.brokenStandardOutput;
+    // A run that hangs fails its test instead of holding up the suite.
+    request.timeoutSeconds = 120;
     return RunningProgram(testsupport::startProcess(request), tracePath, summaryPath, logFolder);
 }
 
@@ -99,8 +91,6 @@ void SimulatedBoard::prepare() const
     }
 }
 
-// ---- RunningProgram ----------------------------------------------------------
-
 RunningProgram::RunningProgram(testsupport::RunningProcess process, std::string tracePath, std::string summaryPath,
                                std::string logFolder)
     : m_process(std::move(process)), m_tracePath(std::move(tracePath)), m_summaryPath(std::move(summaryPath)),
@@ -110,16 +100,10 @@ RunningProgram::RunningProgram(testsupport::RunningProcess process, std::string 
 
 std::vector<QJsonObject> RunningProgram::traceSoFar() const
 {
-    // The simulator may be writing the last line; it is left for later.
-    std::vector<QJsonObject> events;
-    std::istringstream lines(testsupport::readText(m_tracePath));
-    for (std::string line; std::getline(lines, line);) {
-        const QJsonDocument event = QJsonDocument::fromJson(QByteArray::fromStdString(line));
-        if (event.isObject()) {
-            events.push_back(event.object());
-        }
-    }
-    return events;
+    // A last line the simulator is still writing reads as an empty object.
+    RunResult partial;
+    partial.readTrace(m_tracePath);
+    return partial.trace;
 }
 
 RunResult RunningProgram::finish()

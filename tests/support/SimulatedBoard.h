@@ -78,10 +78,8 @@ public:
     RunResult run(const std::vector<std::string>& command, const RunSettings& settings = {}) const;
     // Runs the merivak binary with the given arguments.
     RunResult merivak(const std::vector<std::string>& arguments, const RunSettings& settings = {}) const;
-    // Like run() and merivak(), but returns at once; each started run has
-    // its own trace, summary and log files, so several can run at the same
-    // time.
-    RunningProgram start(const std::vector<std::string>& command, const RunSettings& settings = {}) const;
+    // Like merivak(), but returns at once; each started run has its own
+    // trace, summary and log files, so several can run at the same time.
     RunningProgram startMerivak(const std::vector<std::string>& arguments, const RunSettings& settings = {}) const;
 
     // The flash content (after at least one run made the state folder).
@@ -100,7 +98,6 @@ private:
     testsupport::TempFolder m_root{"merivak-board"};
     std::string m_folder;
     std::string m_stateFolder;
-    std::string m_logFolder;
     mutable int m_started = 0;
 };
 
