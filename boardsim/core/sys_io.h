@@ -84,11 +84,16 @@ inline pid_t processId()
     return static_cast<pid_t>(syscall(SYS_getpid));
 }
 
-// Writes all of buffer, retrying short writes and interruptions.
-bool writeAll(int fd, const void* buffer, std::size_t length);
+// The simulator's own files (the trace, the mirrored GPIO attribute files)
+// are written on a best-effort basis: a failure there must never change what
+// the program under test sees, so neither call reports one.
+
+// Writes all of buffer, retrying short writes and interruptions; stops at
+// the first other failure.
+void writeAll(int fd, const void* buffer, std::size_t length);
 
 // Replaces the content of the file at path with text (no creation).
-bool replaceContent(const char* path, const char* text, std::size_t length);
+void replaceContent(const char* path, const char* text, std::size_t length);
 
 }  // namespace sys
 }  // namespace boardsim
