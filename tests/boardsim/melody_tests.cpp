@@ -9,7 +9,9 @@ class MelodyTest : public SimFixture {};
 
 TEST_F(MelodyTest, TypeAndStartStopDriveTheSoundOtherRequestsFail)
 {
-    start();
+    boardsim::Options options;
+    options.tracePath = stateDir() + ".trace";
+    start(options);
     const int fd = open("/dev/mldalm", O_RDWR);
     ASSERT_GE(fd, 0);
     std::uint8_t record[8] = {1, 0, 0xEE, 0xEE, 0xD0, 0x07, 0, 0};
@@ -44,6 +46,12 @@ TEST_F(MelodyTest, TypeAndStartStopDriveTheSoundOtherRequestsFail)
     EXPECT_EQ(run().soundOn, 1);
     EXPECT_EQ(run().soundCount, static_cast<std::uint32_t>(boardsim::kMaxSoundEvents));
     close(fd);
+    // The trace names the requests the device knows; others show as null.
+    const std::string trace = testsupport::readText(options.tracePath);
+    EXPECT_NE(trace.find("\"req\":\"TYPE\",\"request\":1074294016,"), std::string::npos) << trace;
+    EXPECT_NE(trace.find("\"req\":null,\"request\":1074031873,\"bytes\":null,\"result\":-1,\"errno\":\"ENOTTY\"}"),
+              std::string::npos)
+        << trace;
 }
 
 }  // namespace
