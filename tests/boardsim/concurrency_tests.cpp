@@ -15,7 +15,6 @@ class ConcurrencyTest : public SimFixture {};
 
 TEST_F(ConcurrencyTest, ThreadsShareTheBoardWithoutLosingOperations)
 {
-    start();
     const int spi = openSpi();
     ASSERT_GE(spi, 0);
     constexpr int kPolls = 2000;

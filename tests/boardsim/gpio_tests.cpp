@@ -28,7 +28,6 @@ protected:
 
 TEST_F(GpioTest, ExportCreatesTheLineFolderAndRefusesASecondExport)
 {
-    start();
     exportLine(48);
     EXPECT_EQ(stored("gpio48/value") + stored("gpio48/direction") + stored("gpio48/active_low") + stored("gpio48/edge"),
               "0\nin\n0\nnone\n");
@@ -65,7 +64,6 @@ TEST_F(GpioTest, ExportNumbersAreReadLikeTheKernelReadsThem)
 
 TEST_F(GpioTest, ValueStoresFollowDirectionAndActiveLow)
 {
-    start();
     exportLine(51);
     const std::string line = kGpio + "/gpio51";
     EXPECT_EQ(store(line + "/value", "1"), EPERM);  // input
@@ -94,17 +92,11 @@ TEST_F(GpioTest, ValueStoresFollowDirectionAndActiveLow)
 
 TEST_F(GpioTest, OpensFollowSysfsRules)
 {
-    start();
-    int err = 0;
-    EXPECT_EQ(open((kGpio + "/export").c_str(), O_RDONLY, &err), -1);
-    EXPECT_EQ(err, EACCES);
-    EXPECT_EQ(open((kGpio + "/gpio48/value").c_str(), O_RDWR, &err), -1);
-    EXPECT_EQ(err, ENOENT);
+    EXPECT_EQ(open((kGpio + "/export").c_str(), O_RDONLY), -EACCES);
+    EXPECT_EQ(open((kGpio + "/gpio48/value").c_str(), O_RDWR), -ENOENT);
     exportLine(48);
-    EXPECT_EQ(open((kGpio + "/gpio48/color").c_str(), O_WRONLY | O_CREAT, &err), -1);
-    EXPECT_EQ(err, EACCES);
-    EXPECT_EQ(open((kGpio + "/gpio48/color").c_str(), O_RDONLY, &err), -1);
-    EXPECT_EQ(err, ENOENT);
+    EXPECT_EQ(open((kGpio + "/gpio48/color").c_str(), O_WRONLY | O_CREAT), -EACCES);
+    EXPECT_EQ(open((kGpio + "/gpio48/color").c_str(), O_RDONLY), -ENOENT);
     const int fd = open((kGpio + "/gpio48/value").c_str(), O_RDWR);
     ASSERT_GE(fd, 0);
     EXPECT_EQ(store(kGpio + "/unexport", "48"), 0);
@@ -114,7 +106,6 @@ TEST_F(GpioTest, OpensFollowSysfsRules)
 
 TEST_F(GpioTest, ReadsAndSeeksWorkOnTheShownText)
 {
-    start();
     exportLine(49);
     const int fd = open((kGpio + "/gpio49/direction").c_str(), O_RDWR);
     EXPECT_EQ(readText(fd, 2), "in");
@@ -129,7 +120,6 @@ TEST_F(GpioTest, ReadsAndSeeksWorkOnTheShownText)
 
 TEST_F(GpioTest, UnexportKeepsTheElectricalStateAndClearsTheFlags)
 {
-    start();
     exportLine(48);
     ASSERT_EQ(store(kGpio + "/gpio48/direction", "out"), 0);
     ASSERT_EQ(store(kGpio + "/gpio48/active_low", "1"), 0);
@@ -237,7 +227,6 @@ class GpioRedirectTest : public GpioTest, public ::testing::WithParamInterface<R
 
 TEST_P(GpioRedirectTest, TreePathsGoToTheStateFolder)
 {
-    start();
     std::string target;
     const bool redirected = sim().redirect(GetParam().path, target);
     ASSERT_EQ(redirected, GetParam().backing != nullptr) << GetParam().path;

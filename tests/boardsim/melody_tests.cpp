@@ -20,13 +20,9 @@ TEST_F(MelodyTest, TypeAndStartStopDriveTheSoundOtherRequestsFail)
     std::int32_t value = 1;
     ASSERT_EQ(ioctl(fd, 0x40016d01, &value), 0);
     EXPECT_EQ(run().soundOn, 1);
-    int err = 0;
-    EXPECT_EQ(ioctl(fd, 0x40046d01, &value, &err), -1);  // wrong size field
-    EXPECT_EQ(err, ENOTTY);
-    EXPECT_EQ(ioctl(fd, 0x40016d01, nullptr, &err), -1);
-    EXPECT_EQ(err, EFAULT);
-    EXPECT_EQ(ioctl(fd, 0x5401, &value, &err), -1);
-    EXPECT_EQ(err, ENOTTY);
+    EXPECT_EQ(ioctl(fd, 0x40046d01, &value), -ENOTTY);  // wrong size field
+    EXPECT_EQ(ioctl(fd, 0x40016d01, nullptr), -EFAULT);
+    EXPECT_EQ(ioctl(fd, 0x5401, &value), -ENOTTY);
     EXPECT_EQ(run().counters.melodyFailed, 2U);
     EXPECT_EQ(run().soundOn, 1);
     sim().sleep(30000000, "test");

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <optional>
 
 namespace boardsim_test {
 
@@ -31,42 +32,39 @@ std::vector<std::uint8_t> address24(std::uint8_t opcode, std::uint32_t address)
             static_cast<std::uint8_t>(address)};
 }
 
-void SimFixture::SetUp()
+namespace {
+
+// What a served call returns, or -errno: a failure must answer -1 and set
+// an errno.
+template <typename T>
+T resultOrErrno(const std::optional<boardsim::Served<T>>& served)
 {
-    m_root = std::make_unique<testsupport::TempFolder>("boardsim-test");
-    m_stateDir = m_root->path("state");
+    EXPECT_TRUE(served);
+    EXPECT_TRUE(!served || served->result >= 0 || (served->result == -1 && served->err > 0));
+    return !served ? 0 : served->result >= 0 ? served->result : -served->err;
 }
 
-void SimFixture::TearDown()
-{
-    m_simulator.reset();
-    m_runFile.reset();
-    m_root.reset();
-}
+}  // namespace
 
 void SimFixture::start(const boardsim::Options& options)
 {
-    if (m_simulator) {
-        // A second run in one test gets a fresh board.
-        SimFixture::TearDown();
-        SimFixture::SetUp();
-    }
+    m_simulator.reset();
+    m_runFile.reset();
+    const std::string run = std::to_string(++m_runs);
+    m_stateDir = m_root.path("state" + run);
     std::string error;
-    m_runFile = boardsim::RunFile::create(m_root->path("run.bin"), error);
+    m_runFile = boardsim::RunFile::create(m_root.path("run" + run + ".bin"), error);
     ASSERT_TRUE(m_runFile) << error;
     ASSERT_TRUE(boardsim::setUpRun(options, m_stateDir, {}, m_runFile->block(), error)) << error;
     m_simulator = boardsim::Simulator::create(m_runFile->path().c_str(), error);
     ASSERT_TRUE(m_simulator) << error;
 }
 
-int SimFixture::open(const char* path, int flags, int* err)
+int SimFixture::open(const char* path, int flags)
 {
     const boardsim::Simulator::Opened opened = m_simulator->open(path, flags, 0);
     EXPECT_EQ(opened.outcome, boardsim::Simulator::OpenOutcome::kDone) << path;
-    if (err != nullptr) {
-        *err = opened.err;
-    }
-    return opened.fd;
+    return resultOrErrno(std::make_optional(boardsim::Served<int>{opened.fd, opened.err}));
 }
 
 void SimFixture::close(int fd)
@@ -75,14 +73,9 @@ void SimFixture::close(int fd)
     ::close(fd);
 }
 
-ssize_t SimFixture::writeText(int fd, const std::string& text, int* err)
+ssize_t SimFixture::writeText(int fd, const std::string& text)
 {
-    const auto served = m_simulator->write(fd, text.data(), text.size());
-    EXPECT_TRUE(served);
-    if (err != nullptr) {
-        *err = served ? served->err : 0;
-    }
-    return served ? served->result : 0;
+    return resultOrErrno(m_simulator->write(fd, text.data(), text.size()));
 }
 
 std::string SimFixture::readText(int fd, std::size_t count)
@@ -97,34 +90,27 @@ std::string SimFixture::readText(int fd, std::size_t count)
     return buffer;
 }
 
-int SimFixture::ioctl(int fd, unsigned long request, void* argument, int* err)
+int SimFixture::ioctl(int fd, unsigned long request, void* argument)
 {
-    const auto served = m_simulator->ioctl(fd, request, argument);
-    EXPECT_TRUE(served);
-    if (err != nullptr) {
-        *err = served ? served->err : 0;
-    }
-    return served ? served->result : 0;
+    return resultOrErrno(m_simulator->ioctl(fd, request, argument));
 }
 
 int SimFixture::store(const std::string& path, const std::string& text)
 {
-    int err = 0;
-    const int fd = open(path.c_str(), O_WRONLY, &err);
+    const int fd = open(path.c_str(), O_WRONLY);
     if (fd < 0) {
-        return err;
+        return -fd;
     }
-    writeText(fd, text, &err);
+    const ssize_t written = writeText(fd, text);
     close(fd);
-    return err;
+    return written < 0 ? static_cast<int>(-written) : 0;
 }
 
 std::string SimFixture::show(const std::string& path)
 {
-    int err = 0;
-    const int fd = open(path.c_str(), O_RDONLY, &err);
+    const int fd = open(path.c_str(), O_RDONLY);
     if (fd < 0) {
-        return "open error " + std::to_string(err);
+        return "open error " + std::to_string(-fd);
     }
     const std::string text = readText(fd);
     close(fd);
@@ -157,7 +143,7 @@ MessageResult SimFixture::message(int fd, const std::vector<Record>& records)
         transfer.bits_per_word = record.bitsPerWord;
     }
     MessageResult result;
-    result.result = ioctl(fd, SPI_IOC_MESSAGE(records.size()), transfers.data(), &result.err);
+    result.result = ioctl(fd, SPI_IOC_MESSAGE(records.size()), transfers.data());
     for (std::size_t k = 0; k < records.size(); ++k) {
         if (records[k].rxLength > 0) {
             const auto end = rx[k].begin() + records[k].rxLength;

@@ -38,18 +38,16 @@ Record receive(std::uint32_t length);
 std::vector<std::uint8_t> address24(std::uint8_t opcode, std::uint32_t address);
 
 struct MessageResult {
-    int result = 0;
-    int err = 0;
+    int result = 0;                             // -errno on failure
     std::vector<std::vector<std::uint8_t>> rx;  // one per record with rxLength
 };
 
 class SimFixture : public ::testing::Test {
 protected:
-    void SetUp() override;
-    void TearDown() override;
+    void SetUp() override { start(); }
 
-    // Sets up a run with the launcher's options; call before anything else.
-    // Called again, it starts over with a fresh board.
+    // Sets up a run with the launcher's options, with a fresh board and
+    // state folder each time.
     void start(const boardsim::Options& options = boardsim::Options());
 
     boardsim::Simulator& sim() { return *m_simulator; }
@@ -58,12 +56,12 @@ protected:
     const std::string& stateDir() const { return m_stateDir; }
     std::int64_t now() { return run().clockNs; }
 
-    // The calls through the simulator: -1 (0 for writeText) and err on failure.
-    int open(const char* path, int flags, int* err = nullptr);
+    // The calls through the simulator: their result, or -errno on failure.
+    int open(const char* path, int flags);
     void close(int fd);
-    ssize_t writeText(int fd, const std::string& text, int* err = nullptr);
+    ssize_t writeText(int fd, const std::string& text);
     std::string readText(int fd, std::size_t count = 64);  // "error N" on failure
-    int ioctl(int fd, unsigned long request, void* argument, int* err = nullptr);
+    int ioctl(int fd, unsigned long request, void* argument);
     // One open/write/close of a GPIO path: 0 or the errno.
     int store(const std::string& path, const std::string& text);
     std::string show(const std::string& path);
@@ -80,7 +78,8 @@ protected:
     std::vector<std::string> violationRules();
 
 private:
-    std::unique_ptr<testsupport::TempFolder> m_root;
+    testsupport::TempFolder m_root{"boardsim-test"};
+    int m_runs = 0;
     std::string m_stateDir;
     std::unique_ptr<boardsim::RunFile> m_runFile;
     std::unique_ptr<boardsim::Simulator> m_simulator;
@@ -91,11 +90,7 @@ private:
 // that a test sees only its own rule violations.
 class SpiFixture : public SimFixture {
 protected:
-    void SetUp() override
-    {
-        SimFixture::SetUp();
-        startWith(boardsim::Options());
-    }
+    void SetUp() override { startWith(boardsim::Options()); }
 
     // A fresh run with these options.
     void startWith(const boardsim::Options& options, bool holdDsp = true);
