@@ -33,6 +33,7 @@ INSTANTIATE_TEST_SUITE_P(
                       NameCase{"Utf8TwoBytes", "caf\xc3\xa9", u"caf\u00e9"},
                       NameCase{"Utf8ThreeBytes", "\xe2\x82\xac", u"\u20ac"},
                       NameCase{"Utf8FourBytes", "\xf0\x9f\x98\x80", u"\U0001F600"},
+                      NameCase{"LowestFourByteCodePoint", "\xf0\x90\x80\x80", u"\U00010000"},
                       NameCase{"Latin1", "caf\xe9", u"caf\xdce9"}, NameCase{"LoneContinuation", "\x80x", u"\xdc80x"},
                       NameCase{"Overlong", "\xc0\xaf", u"\xdcc0\xdcaf"},
                       NameCase{"EncodedSurrogate", "\xed\xa0\x80", u"\xdced\xdca0\xdc80"},
