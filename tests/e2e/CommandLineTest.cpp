@@ -14,8 +14,6 @@ namespace {
 
 const std::string USAGE = "Usage for platform \"\" :  merivak read|write|check FILENAME \n";
 const std::string WRONG_OPERATION = "Option is NOT correct:    merivak read|write|check FILENAME \n";
-const std::string UTF8_NAME = "caf\xc3\xa9\xf4\x8f\xbf\xbd.bin";  // "café" and U+10FFFD, the last code point, in UTF-8
-const std::string LATIN1_NAME = "caf\xe9.bin";                    // "café.bin" in Latin-1
 
 struct Refusal {
     std::vector<std::string> arguments;

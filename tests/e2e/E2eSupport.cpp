@@ -6,33 +6,19 @@
 
 namespace boardtest {
 
-std::vector<Record> records(const QJsonObject& spiMessage)
-{
-    std::vector<Record> result;
-    for (const QJsonValue& value : spiMessage.value(QStringLiteral("records")).toArray()) {
-        const QJsonObject record = value.toObject();
-        const auto number = [&record](const char* key) {
-            return integer(record.value(QLatin1String(key)));
-        };
-        result.push_back(Record{text(record.value(QStringLiteral("tx"))), record.value(QStringLiteral("rx")).toBool(),
-                                number("len"), number("cs_change"), number("speed_hz"), number("delay_usecs"),
-                                number("bits_per_word")});
-    }
-    return result;
-}
-
 MessageKind kindOf(const QJsonObject& spiMessage)
 {
-    const std::vector<Record> r = records(spiMessage);
-    if (r.size() == 2 && r[0].tx == "05") {
+    std::vector<std::string> r;  // the bytes each record sends
+    for (const QJsonValue& record : spiMessage.value(QStringLiteral("records")).toArray()) {
+        r.push_back(text(record.toObject().value(QStringLiteral("tx"))));
+    }
+    if (r.size() == 2 && r[0] == "05") {
         return MessageKind::Status;
     }
-    if (r.size() == 2 || r.size() == 3) {
-        if (r[0].tx == "06") {
-            return r.size() == 2 ? MessageKind::Erase : MessageKind::Program;
-        }
+    if ((r.size() == 2 || r.size() == 3) && r[0] == "06") {
+        return r.size() == 2 ? MessageKind::Erase : MessageKind::Program;
     }
-    if (r.size() == 2 && r[0].tx.size() == 8 && r[0].tx.compare(0, 2, "03") == 0) {
+    if (r.size() == 2 && r[0].size() == 8 && r[0].compare(0, 2, "03") == 0) {
         return MessageKind::Read;
     }
     return MessageKind::Other;
@@ -52,13 +38,16 @@ std::vector<QJsonObject> messagesOfKind(const RunResult& run, MessageKind kind)
 std::string layout(const QJsonObject& spiMessage)
 {
     std::string line;
-    for (const Record& r : records(spiMessage)) {
-        line += (line.empty() ? "" : " ") + (r.tx == "null" ? "" : r.tx) + (r.rx ? "?" : "") + "/" +
-                std::to_string(r.len) + (r.csChange != 0 ? "/cs" : "");
-        for (const auto& [name, value] :
-             {std::make_pair("speed_hz", r.speedHz), std::make_pair("delay_usecs", r.delayUsecs),
-              std::make_pair("bits_per_word", r.bitsPerWord)}) {
-            line += value != 0 ? "/" + std::string(name) + "=" + std::to_string(value) : "";
+    for (const QJsonValue& value : spiMessage.value(QStringLiteral("records")).toArray()) {
+        const QJsonObject r = value.toObject();
+        const std::string tx = text(r.value(QStringLiteral("tx")));
+        line += (line.empty() ? "" : " ") + (tx == "null" ? "" : tx) +
+                (r.value(QStringLiteral("rx")).toBool() ? "?" : "") + "/" +
+                std::to_string(integer(r.value(QStringLiteral("len")))) +
+                (integer(r.value(QStringLiteral("cs_change"))) != 0 ? "/cs" : "");
+        for (const char* name : {"speed_hz", "delay_usecs", "bits_per_word"}) {
+            const std::int64_t number = integer(r.value(QLatin1String(name)));
+            line += number != 0 ? "/" + std::string(name) + "=" + std::to_string(number) : "";
         }
     }
     return line;
@@ -143,9 +132,11 @@ void expectDspHeldOffDuringTransfersAndReleased(const RunResult& run)
             << "SPI message " << text(message.value(QStringLiteral("index"))) << " went out with line 48 at "
             << text(message.value(QStringLiteral("gpio48")));
     }
-    const auto levels = run.lineLevels(48);
+    // The summary lists line 48's electrical level changes as [t, level].
+    const QJsonArray levels =
+        run.summary[QStringLiteral("gpio")][QStringLiteral("lines")][QStringLiteral("48")].toArray();
     ASSERT_FALSE(levels.empty()) << "line 48 was never driven\n" << run.describe();
-    EXPECT_EQ(levels.back().second, 1) << "line 48 was left at 0: the DSP cannot boot";
+    EXPECT_EQ(integer(levels.last()[1]), 1) << "line 48 was left at 0: the DSP cannot boot";
 }
 
 void expectHardwareUntouched(const RunResult& run)

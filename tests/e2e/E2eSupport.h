@@ -14,18 +14,10 @@
 
 namespace boardtest {
 
-// One record of an spi_msg event, flattened for comparisons.
-struct Record {
-    std::string tx;  // hex of the bytes sent, "null" when nothing was sent
-    bool rx = false;
-    std::int64_t len = 0;
-    std::int64_t csChange = 0;
-    std::int64_t speedHz = 0;
-    std::int64_t delayUsecs = 0;
-    std::int64_t bitsPerWord = 0;
-};
-
-std::vector<Record> records(const QJsonObject& spiMessage);
+// File names beyond ASCII: "café" and U+10FFFD, the last code point, in
+// UTF-8, and "café" in Latin-1.
+inline const std::string UTF8_NAME = "caf\xc3\xa9\xf4\x8f\xbf\xbd.bin";
+inline const std::string LATIN1_NAME = "caf\xe9.bin";
 
 // What kind of flash message an spi_msg is, judged by its first bytes.
 enum class MessageKind { Status, Erase, Program, Read, Other };

@@ -57,7 +57,6 @@ class TempFolder;
 class RunningProcess {
 public:
     RunningProcess(RunningProcess&& other) noexcept;
-    RunningProcess& operator=(RunningProcess&&) = delete;
     // Kills (SIGKILL) and reaps the child if finish() was not called: a test
     // that failed half-way must not leave it behind.
     ~RunningProcess();

@@ -11,7 +11,6 @@
 #include <cstdint>
 #include <initializer_list>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace boardtest {
@@ -37,21 +36,17 @@ public:
     std::vector<QJsonObject> gpioWrites(const std::string& prefix = "") const;
     // Lines of the standard output that are not log records.
     std::vector<std::string> plainOutLines() const;
-    // Log records (file) whose level and message match, e.g.
+    // The messages (text after "sec] - ") of the log records (file) whose
+    // level ("" for any) and message start match, e.g.
     // logRecords("ERROR", "SPI message cannot be sent -> ").
     std::vector<std::string> logRecords(const std::string& level, const std::string& messageStart = "") const;
-    // The messages (text after "sec] - ") of all log records, in order.
-    std::vector<std::string> logMessages() const;
-    // Electrical level changes of a line from the summary: (t, level).
-    std::vector<std::pair<std::int64_t, int>> lineLevels(int line) const;
     std::int64_t boardTimeNs() const;
     int violationsTotal() const;
     // One text with everything useful for a failure message.
     std::string describe() const;
 
-    // Fill trace and summary from the simulator's files; false if a trace
-    // line is not JSON.
-    bool readTrace(const std::string& path);
+    // Fill trace and summary from the simulator's files.
+    void readTrace(const std::string& path);
     void readSummary(const std::string& path);
 };
 

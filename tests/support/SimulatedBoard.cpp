@@ -11,63 +11,48 @@ namespace boardtest {
 
 namespace fs = std::filesystem;
 
-namespace {
-
-std::vector<std::string> merivakCommand(const std::vector<std::string>& arguments)
-{
-    std::vector<std::string> command = {MERIVAK_BINARY};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    return command;
-}
-
-}  // namespace
-
 SimulatedBoard::SimulatedBoard() : m_folder(m_root.path()), m_stateFolder(m_root.path("board")) {}
 
 RunResult SimulatedBoard::run(const std::vector<std::string>& command, const RunSettings& settings) const
 {
-    return start(command, settings, "").finish();
+    return start(command, settings).finish();
 }
 
 RunResult SimulatedBoard::merivak(const std::vector<std::string>& arguments, const RunSettings& settings) const
 {
-    return run(merivakCommand(arguments), settings);
+    return startMerivak(arguments, settings).finish();
 }
 
 RunningProgram SimulatedBoard::startMerivak(const std::vector<std::string>& arguments,
                                             const RunSettings& settings) const
 {
-    return start(merivakCommand(arguments), settings, "-" + std::to_string(++m_started));
+    std::vector<std::string> command = {MERIVAK_BINARY};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return start(command, settings);
 }
 
-RunningProgram SimulatedBoard::start(const std::vector<std::string>& command, const RunSettings& settings,
-                                     const std::string& suffix) const
+RunningProgram SimulatedBoard::start(const std::vector<std::string>& command, const RunSettings& settings) const
 {
-    const std::string tracePath = path("trace" + suffix + ".jsonl");
-    const std::string summaryPath = path("summary" + suffix + ".json");
-    // Each run gets a log of its own.
-    const std::string logFolder = path("log" + suffix);
+    // Each run has a folder of its own.
+    const std::string files = path("run-" + std::to_string(++m_started));
     std::error_code ignored;
-    fs::remove_all(logFolder, ignored);
-    fs::create_directory(logFolder, ignored);
-    fs::remove(tracePath, ignored);
-    fs::remove(summaryPath, ignored);
+    fs::create_directories(files + "/log", ignored);
 
     testsupport::ProcessRequest request;
-    request.argv = {BOARDSIM_BINARY, "--state",   m_stateFolder, "--trace",
-                    tracePath,       "--summary", summaryPath,   "--quiet"};
+    request.argv = {BOARDSIM_BINARY,        "--state",   m_stateFolder,           "--trace",
+                    files + "/trace.jsonl", "--summary", files + "/summary.json", "--quiet"};
     request.argv.insert(request.argv.end(), settings.simulatorOptions.begin(), settings.simulatorOptions.end());
     request.argv.push_back("--");
     request.argv.insert(request.argv.end(), command.begin(), command.end());
     // Settings of the caller's shell must not steer the tool or the board.
     request.unset = {"LOG4CPLUS_*", "SPI_BUS_DEVICE", "BOARDSIM_*"};
-    request.set = {{"LOG4CPLUS_FILE_DIR", logFolder}};
+    request.set = {{"LOG4CPLUS_FILE_DIR", files + "/log"}};
     request.set.insert(request.set.end(), settings.environment.begin(), settings.environment.end());
     request.folder = m_folder;
     request.brokenOutput = settings.brokenStandardOutput;
     // A run that hangs fails its test instead of holding up the suite.
     request.timeoutSeconds = 120;
-    return RunningProgram(testsupport::startProcess(request), tracePath, summaryPath, logFolder);
+    return RunningProgram(testsupport::startProcess(request), files);
 }
 
 Bytes SimulatedBoard::flash() const
@@ -91,18 +76,11 @@ void SimulatedBoard::prepare() const
     }
 }
 
-RunningProgram::RunningProgram(testsupport::RunningProcess process, std::string tracePath, std::string summaryPath,
-                               std::string logFolder)
-    : m_process(std::move(process)), m_tracePath(std::move(tracePath)), m_summaryPath(std::move(summaryPath)),
-      m_logFolder(std::move(logFolder))
-{
-}
-
 std::vector<QJsonObject> RunningProgram::traceSoFar() const
 {
     // A last line the simulator is still writing reads as an empty object.
     RunResult partial;
-    partial.readTrace(m_tracePath);
+    partial.readTrace(m_files + "/trace.jsonl");
     return partial.trace;
 }
 
@@ -114,11 +92,11 @@ RunResult RunningProgram::finish()
     result.out = process.out;
     result.err = process.err;
     std::error_code ignored;
-    for (const auto& entry : fs::directory_iterator(m_logFolder, ignored)) {
+    for (const auto& entry : fs::directory_iterator(m_files + "/log", ignored)) {
         result.log += testsupport::readText(entry.path().string());
     }
-    result.readTrace(m_tracePath);
-    result.readSummary(m_summaryPath);
+    result.readTrace(m_files + "/trace.jsonl");
+    result.readSummary(m_files + "/summary.json");
     return result;
 }
 

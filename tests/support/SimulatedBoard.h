@@ -40,9 +40,6 @@ struct RunSettings {
 // (SIGKILL) with the simulator if it goes without finish().
 class RunningProgram {
 public:
-    RunningProgram(RunningProgram&& other) noexcept = default;
-    RunningProgram& operator=(RunningProgram&&) = delete;
-
     // The simulator's launcher, which passes SIGINT, SIGTERM, SIGHUP and
     // SIGQUIT on to the program.
     pid_t pid() const { return m_process.pid(); }
@@ -54,13 +51,14 @@ public:
 
 private:
     friend class SimulatedBoard;
-    RunningProgram(testsupport::RunningProcess process, std::string tracePath, std::string summaryPath,
-                   std::string logFolder);
+    // files: the run's own folder, for its trace, summary and log folder.
+    RunningProgram(testsupport::RunningProcess process, std::string files)
+        : m_process(std::move(process)), m_files(std::move(files))
+    {
+    }
 
     testsupport::RunningProcess m_process;
-    std::string m_tracePath;
-    std::string m_summaryPath;
-    std::string m_logFolder;
+    std::string m_files;
 };
 
 class SimulatedBoard {
@@ -78,8 +76,7 @@ public:
     RunResult run(const std::vector<std::string>& command, const RunSettings& settings = {}) const;
     // Runs the merivak binary with the given arguments.
     RunResult merivak(const std::vector<std::string>& arguments, const RunSettings& settings = {}) const;
-    // Like merivak(), but returns at once; each started run has its own
-    // trace, summary and log files, so several can run at the same time.
+    // Like merivak(), but returns at once; several can run at the same time.
     RunningProgram startMerivak(const std::vector<std::string>& arguments, const RunSettings& settings = {}) const;
 
     // The flash content (after at least one run made the state folder).
@@ -90,10 +87,7 @@ public:
     void prepare() const;
 
 private:
-    // The files of a run are named with suffix: "" for run(), "-N" for the
-    // N-th start().
-    RunningProgram start(const std::vector<std::string>& command, const RunSettings& settings,
-                         const std::string& suffix) const;
+    RunningProgram start(const std::vector<std::string>& command, const RunSettings& settings) const;
 
     testsupport::TempFolder m_root{"merivak-board"};
     std::string m_folder;
