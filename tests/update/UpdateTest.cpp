@@ -208,7 +208,7 @@ enum class Ends { kOld, kNew, kErased };
 struct Fault {
     const char* name;
     const char* option;  // "--fault" or "--signal"; "" for none
-    const char* spec;    // "%" stands for the message's number
+    const char* value;   // "%" stands for the message's number
     MessageKind kind;
     std::size_t nth;
     const char* backup;
@@ -232,9 +232,9 @@ TEST_P(UpdateFault, NeverLeavesTheFlashWithoutAVerifiedFirmware)
         ASSERT_EQ(clean.status, 0) << clean.describe();
         const std::vector<QJsonObject> messages = messagesOfKind(clean, c.kind);
         ASSERT_LT(c.nth, messages.size());
-        std::string spec = c.spec;
-        spec.replace(spec.find('%'), 1, text(messages[c.nth].value(QStringLiteral("index"))));
-        settings.simulatorOptions = {c.option, spec};
+        std::string value = c.value;
+        value.replace(value.find('%'), 1, text(messages[c.nth].value(QStringLiteral("index"))));
+        settings.simulatorOptions = {c.option, value};
         setArea(m_old);
     }
     const Bytes earlierBackup = patternBytes(FIRMWARE_AREA, 3);
