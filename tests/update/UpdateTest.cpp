@@ -142,6 +142,19 @@ INSTANTIATE_TEST_SUITE_P(Cases, UpdateFreshness,
                                            Freshness{"ShortImageOverLongerFirmware", 1000, true, false, false}),
                          [](const ::testing::TestParamInfo<Freshness>& param) { return param.param.name; });
 
+// Update systems may start it with standard input closed: the image is
+// then opened as descriptor 0, which is as good as any other.
+TEST_F(Update, InstallsWithStandardInputClosed)
+{
+    RunSettings settings;
+    settings.environment.emplace_back("TMPDIR", m_board.path("tmp"));
+    const RunResult run = m_board.run(
+        {"sh", "-c", std::string("exec 0<&- ") + MERIVAK_UPDATE_BINARY + " install new.bin --backup backup.bin"},
+        settings);
+    EXPECT_EQ(run.status, 0) << run.describe();
+    EXPECT_EQ(area(), m_new);
+}
+
 // A file that cannot be an image, and the reason given for it.
 struct Refusal {
     const char* name;
