@@ -165,7 +165,8 @@ TEST_P(EdgeWaitTest, PollEndsAtTheEdgeOrTheTimeOut)
     const int fd = open((line + "/value").c_str(), O_RDONLY);
     readText(fd);
     pollfd watched{fd, POLLPRI, 0};
-    const timespec timeout{static_cast<time_t>(wait.timeoutNs / 1000000000), wait.timeoutNs % 1000000000};
+    const timespec timeout{static_cast<time_t>(wait.timeoutNs / 1000000000),
+                           static_cast<long>(wait.timeoutNs % 1000000000)};
     const auto served = sim().poll(&watched, 1, &timeout, nullptr);
     ASSERT_TRUE(served);
     EXPECT_EQ(served->result, wait.result);
