@@ -3,7 +3,6 @@
 
 #include "ReadUpTo.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -128,13 +127,8 @@ StagingFolder::~StagingFolder()
     if (m_path.empty()) {
         return;
     }
-    if (DIR* folder = ::opendir(m_path.c_str())) {
-        while (const dirent* entry = ::readdir(folder)) {
-            if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) {
-                ::unlinkat(::dirfd(folder), entry->d_name, 0);
-            }
-        }
-        ::closedir(folder);
+    for (const std::string& name : m_names) {
+        ::unlink((m_path + "/" + name).c_str());
     }
     ::rmdir(m_path.c_str());
 }

@@ -7,6 +7,7 @@
 #include <QByteArray>
 #include <QString>
 
+#include <set>
 #include <string>
 
 namespace update {
@@ -35,12 +36,20 @@ public:
 
     bool valid() const { return !m_path.empty(); }
     const std::string& creationError() const { return m_error; }
-    std::string file(const char* name) const { return m_path + "/" + name; }
+    // Every name handed out is remembered, so that the destructor removes
+    // exactly those files without reading the folder (a 32-bit program's
+    // readdir can fail on file systems with 64-bit directory cookies).
+    std::string file(const char* name) const
+    {
+        m_names.insert(name);
+        return m_path + "/" + name;
+    }
     QString driverName(const char* name) const { return QString::fromLocal8Bit(file(name).c_str()); }
 
 private:
     std::string m_path;
     std::string m_error;
+    mutable std::set<std::string> m_names;
 };
 
 }  // namespace update
