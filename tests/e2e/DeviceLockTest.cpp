@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -85,6 +86,23 @@ TEST(DeviceLock, WithoutALockFileTheRunGoesOnAndSaysSo)
     EXPECT_EQ(run.plainOutLines(), std::vector<std::string>{"Waiting till DSP is started..."});
     expectDspHeldOffDuringTransfersAndReleased(run);
     EXPECT_EQ(board.flash(), onErasedFlash(image));
+}
+
+// A holder that has not written its pid yet is not named.
+TEST(DeviceLock, HolderWithoutAPidIsNotNamed)
+{
+    const SimulatedBoard board;
+    board.prepare();
+    const std::string lockFile = board.stateFolder() + "/run-lock/merivak-_2Fdev_2Fspidev0.0.lock";
+    const int holder = ::open(lockFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    ASSERT_EQ(::flock(holder, LOCK_EX), 0);
+    writeFile(board.path("image.bin"), patternBytes(256, 44));
+
+    const RunResult run = board.merivak({"write", "image.bin"});
+    ::close(holder);
+    EXPECT_EQ(run.status, 1) << run.describe();
+    EXPECT_EQ(run.err, "merivak: /dev/spidev0.0 is in use by another run; nothing done\n");
+    expectHardwareUntouched(run);
 }
 
 }  // namespace
