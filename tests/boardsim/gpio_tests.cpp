@@ -51,7 +51,8 @@ TEST_F(GpioTest, ExportNumbersAreReadLikeTheKernelReadsThem)
     } cases[] = {{"0x30", 0, "gpio48"},   {"143\n", 0, "gpio143"},  {"223", 0, "gpio223"},
                  {" 2", EINVAL, nullptr}, {"2 ", EINVAL, nullptr},  {"2\n\n", EINVAL, nullptr},
                  {"-1", EINVAL, nullptr}, {"224", EINVAL, nullptr}, {"99999999999999999999", ERANGE, nullptr},
-                 {"5", EBUSY, nullptr},   {"6", EPERM, nullptr},    {"7", 0, "gpio7"}};
+                 {"5", EBUSY, nullptr},   {"6", EPERM, nullptr},    {"-0x8000000000000000", EINVAL, nullptr},
+                 {"7", 0, "gpio7"}};
     for (const auto& exported : cases) {
         SCOPED_TRACE(exported.text);
         EXPECT_EQ(store(kGpio + "/export", exported.text), exported.err);
@@ -207,6 +208,7 @@ TEST_F(GpioTest, PollsWithRealDescriptorsOrWithoutTimeOut)
     const timespec none{0, 0};
     EXPECT_EQ(sim().poll(withReal, 2, &none, nullptr).value_or(boardsim::Served<int>{-1, 0}).result, 1);
     EXPECT_EQ(withReal[1].revents, POLLIN);
+    EXPECT_FALSE(sim().poll(&withReal[1], 1, &none, nullptr)) << "a poll of real descriptors only is not served";
     EXPECT_EQ(sim().poll(withReal, 1, nullptr, nullptr).value_or(boardsim::Served<int>{-1, 0}).result, 1);
     EXPECT_EQ(now(), 1000000000);
     ::close(pipeEnds[0]);
