@@ -45,6 +45,7 @@ TEST_F(MelodyTest, TypeAndStartStopDriveTheSoundOtherRequestsFail)
     // The trace names the requests the device knows; others show as null.
     const std::string trace = testsupport::readText(options.tracePath);
     EXPECT_NE(trace.find("\"req\":\"TYPE\",\"request\":1074294016,"), std::string::npos) << trace;
+    EXPECT_NE(trace.find("\"ev\":\"melody_close\",\"fd\":" + std::to_string(fd) + "}"), std::string::npos) << trace;
     EXPECT_NE(trace.find("\"req\":null,\"request\":1074031873,\"bytes\":null,\"result\":-1,\"errno\":\"ENOTTY\"}"),
               std::string::npos)
         << trace;
