@@ -132,6 +132,10 @@ void expectDspHeldOffDuringTransfersAndReleased(const RunResult& run)
             << "SPI message " << text(message.value(QStringLiteral("index"))) << " went out with line 48 at "
             << text(message.value(QStringLiteral("gpio48")));
     }
+    for (const QJsonObject& write : run.gpioWrites("gpio48/value")) {
+        const std::string data = text(write.value(QStringLiteral("data")));
+        EXPECT_TRUE(data == "0" || data == "1") << "line 48's value written as " << data;
+    }
     // The summary lists line 48's electrical level changes as [t, level].
     const QJsonArray levels =
         run.summary[QStringLiteral("gpio")][QStringLiteral("lines")][QStringLiteral("48")].toArray();
